@@ -1,0 +1,110 @@
+// Receive path: header decoding and in-place conversion, sender lookup, and dispatch of
+// acknowledgements and requests by message type, counted in the adapter statistics.
+#include "zan_vrrpadp.h"
+
+#include "../inst/zan_vrrpinst.h"
+
+namespace {
+
+uint32_t ZAN_VrrpAdp_TypeIndex_(uint16_t usType)
+{
+    return (usType < ZAN_VRRP_MSG_TYPE_NUM) ? usType : 0u;
+}
+
+}  // namespace
+
+uint32_t ZAN_VrrpAdp_ProcMsg_(void *pvMsg, void *pvAdp)
+{
+    ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
+    uint8_t *pMsg = static_cast<uint8_t *>(pvMsg);
+
+    // The handlers take usMsgLen as the message's length: a buffer shorter than the header, or
+    // a length field that claims less than a header or more than was delivered, is refused
+    // before any byte beyond the delivered size is read.
+    const uint32_t ulSize = MSG_DataSizeGet(pMsg);
+    if (ulSize < ZAN_VRRP_MSG_HDR_LEN) {
+        pAdp->stDropStat.ulShortMsg++;
+        return 0;
+    }
+    const uint16_t usMsgLen = ZAN_VrrpAdp_GetBe16(pMsg + ZAN_VRRP_HDR_MSGLEN);
+    if (usMsgLen < ZAN_VRRP_MSG_HDR_LEN || usMsgLen > ulSize) {
+        pAdp->stDropStat.ulBadMsgLen++;
+        return 0;
+    }
+
+    ZAN_VRRP_MSG_DECODE_S stDecode;
+    stDecode.usType = pMsg[ZAN_VRRP_HDR_TYPE];
+    stDecode.bAck = (uint8_t)((pMsg[ZAN_VRRP_HDR_FLAGS] & ZAN_VRRP_FLAG_ACK) != 0u ? 1 : 0);
+    stDecode.ulSeqNum = ZAN_VrrpAdp_GetBe32(pMsg + ZAN_VRRP_HDR_SEQNUM);
+    stDecode.ulTransId = ZAN_VrrpAdp_GetBe32(pMsg + ZAN_VRRP_HDR_TRANSID);
+
+    ZAN_VrrpAdp_SwapHdrFields(pMsg);
+
+    const uint32_t ulPid = MSG_SenderCidGet(pMsg);
+    ZAN_VRRP_INST_S *pInst = reinterpret_cast<ZAN_VRRP_INST_S *>(ZAN_CompAdp_FindInstByPid(&pAdp->stAdpBase, ulPid));
+    if (pInst == nullptr) {
+        pAdp->stErrStat.usNoInst++;
+        return 0;
+    }
+    if (stDecode.bAck != 0u) {
+        ZAN_VrrpAdp_ProcAckMsg_(pAdp, pInst, pMsg, &stDecode);
+    } else {
+        ZAN_VrrpAdp_ProcReqMsg_(pAdp, pInst, pMsg, &stDecode);
+    }
+    return 0;
+}
+
+void ZAN_VrrpAdp_ProcAckMsg_(ZAN_VRRP_ADP_S *pAdp, ZAN_VRRP_INST_S *pInst, uint8_t *pMsg,
+                             const ZAN_VRRP_MSG_DECODE_S *pDecode)
+{
+    if (pInst == nullptr) {
+        KOL_Assert(ZAN_VRRP_ADP_FILE, 513, 0);
+        return;
+    }
+    ZAN_VrrpAdp_Trace(pAdp, ZAN_VRRP_ADP_MODULE, 515, "vrrp-adp receive ack message, msgtype[%u].",
+                      (uint32_t)pDecode->usType);
+
+    switch (pDecode->usType) {
+        case ZAN_VRRP_MSG_REGISTER:
+            ZAN_VrrpInst_ProcRegAck(pInst, pMsg, pDecode);
+            break;
+        case ZAN_VRRP_MSG_SUBSCRIBE:
+            ZAN_VrrpInst_ProcSubAck(pInst, pMsg, pDecode);
+            break;
+        case ZAN_VRRP_MSG_UNSUBSCRIBE:
+            ZAN_VrrpInst_ProcUnSubAck(pInst, pMsg, pDecode);
+            break;
+        default:
+            // AddProducer, BNBegin, BNEnd, RNData and NotifyEvent acknowledgements
+            // are counted only until their exchanges are handled.
+            break;
+    }
+    pAdp->aulRcvAckCnt[ZAN_VrrpAdp_TypeIndex_(pDecode->usType)]++;
+}
+
+void ZAN_VrrpAdp_ProcReqMsg_(ZAN_VRRP_ADP_S *pAdp, ZAN_VRRP_INST_S *pInst, uint8_t *pMsg,
+                             const ZAN_VRRP_MSG_DECODE_S *pDecode)
+{
+    if (pInst == nullptr) {
+        KOL_Assert(ZAN_VRRP_ADP_FILE, 576, 0);
+        return;
+    }
+    ZAN_VrrpAdp_Trace(pAdp, ZAN_VRRP_ADP_MODULE, 578, "vrrp-adp receive req message, msgtype[%u].",
+                      (uint32_t)pDecode->usType);
+
+    switch (pDecode->usType) {
+        case ZAN_VRRP_MSG_BU_BEGIN_END:
+        case ZAN_VRRP_MSG_RU_DATA:
+            // A self-contained update is acknowledged before it is processed, whatever the
+            // processing yields.
+            pInst->aulSendAckCnt[pDecode->usType]++;
+            ZAN_VrrpInst_SendAck(pInst, pMsg);
+            break;
+        default:
+            // BUBegin and BUEnd are acknowledged only once the consumer accepts them, BUData
+            // never; NotifyEvent requests are answered by the producer. Until those handlers
+            // are in place such requests are counted only.
+            break;
+    }
+    pAdp->aulRcvReqCnt[ZAN_VrrpAdp_TypeIndex_(pDecode->usType)]++;
+}

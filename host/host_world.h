@@ -1,0 +1,100 @@
+// The host platform's control surface: what a test or the script runner uses to set up a
+// component, deliver messages and configuration records, advance the virtual clock, arm
+// failures and inspect what the library did with the platform. The library never includes
+// this header.
+#ifndef HOST_WORLD_H
+#define HOST_WORLD_H
+
+#include <cstdint>
+#include <deque>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "../platform/zan_platform.h"
+
+namespace host {
+
+// Fallible operations that can be made to fail on demand.
+enum class FailKind { Malloc, MsgAlloc, Timer, Send, MemInit, RegMsg, RegCfg, RegInner, Count };
+
+struct SentMsg {
+    uint32_t pid = 0;
+    std::vector<uint8_t> bytes;
+};
+
+struct AssertRec {
+    std::string file;
+    uint32_t line = 0;
+    uint32_t value = 0;
+};
+
+// Returns the world to its start: every block, buffer, timer, registration and instance table
+// dropped; component context ulHandle 1, ulCid 0x100, usCompKind 0x21, start-inhibit 0, empty
+// adapter slot; virtual time 0; no failure armed.
+void Reset();
+
+ZAN_COMP_CTX_S *Ctx();
+
+// Failure injection: the (skip+1)-th next call of kind fails, count times in a row.
+// For Malloc, handle narrows it to calls on that memory handle (0: any handle).
+void ArmFail(FailKind kind, uint32_t skip, uint32_t count, uint32_t handle = 0);
+void ClearFail();
+
+// Memory.
+uint32_t BlocksOn(uint32_t memHandle);        // blocks held on a handle
+uint32_t LastCreatedHandle();                 // handle made by the last KOL_HandleInitialize (0: none)
+uint32_t MsgsOutstanding();                   // allocated by the library, neither sent nor freed
+const std::vector<AssertRec> &Asserts();
+
+// Misuse of the platform by the library (free of an unknown block, send of an unknown buffer,
+// stop of an unknown timer, ...): counted and described, never fatal.
+uint32_t Faults();
+const std::vector<std::string> &FaultLog();
+
+// Messages sent by the library, oldest first; consumers pop them.
+std::deque<SentMsg> &Sent();
+
+// Delivers bytes from pid to the handler registered for the adapter's message class.
+// deliveredSize (default: bytes.size()) is what MSG_DataSizeGet answers; the buffer holds
+// max(bytes.size(), deliveredSize) bytes. Returns false when no handler is registered.
+bool DeliverMsg(uint32_t pid, const std::vector<uint8_t> &bytes, std::optional<uint32_t> deliveredSize = {});
+// Delivers a flow-control message (class 7) naming pid at byte offset 8, host order.
+bool DeliverFcm(uint32_t pid);
+// Runs the flush routine registered with the adapter's message class.
+bool RunFlush();
+// The message class the adapter registered its handler for (0: none).
+uint16_t AdapterMsgClass();
+
+// Configuration: calls the callback registered for (table, op) with the record.
+// Returns the callback's result, or nullopt when none is registered.
+std::optional<uint32_t> DeliverCfg(uint32_t tblId, uint32_t op, const std::vector<uint8_t> &rec);
+
+// Framework instances.
+ZAN_COMP_INST_S *FindInst(uint32_t pid);         // in the adapter's table
+std::vector<uint32_t> InstPids();                // ascending
+bool RunUp(uint32_t pid);                        // the instance's Up operation
+bool RunDown(uint32_t pid);                      // the instance's Down operation
+bool SetStatus(uint32_t pid, uint32_t value);
+
+// Virtual clock and loop timers.
+uint64_t Now();
+void Advance(uint64_t ms);                       // fires every due expiry in time order
+std::vector<uint32_t> RunningTimerPeriods();     // sorted ascending
+uint32_t TimerPeriod(uint32_t handle);           // period of the running timer with handle (0: none)
+
+// Diagnostics: runs the command registered as name (e.g. "zanvrrp") for item.
+struct CliResult {
+    bool registered = false;
+    uint32_t result = 0;
+    std::vector<std::vector<uint8_t>> records;   // copies made by CLI_AddRec
+    std::string text;                            // text of every record (from byte 148), concatenated
+    uint32_t optionDataCalls = 0;
+    uint32_t retCodeCalls = 0;
+};
+CliResult RunCli(const std::string &name, const std::string &item, const std::optional<std::string> &pidText,
+                 uint32_t cont);
+
+}  // namespace host
+
+#endif

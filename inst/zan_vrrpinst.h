@@ -1,0 +1,157 @@
+/* Consumer instance: the instance record shared by both sides, subscription items,
+ * registration and sending, down and work state. */
+#ifndef ZAN_VRRPINST_H
+#define ZAN_VRRPINST_H
+
+#include <stdint.h>
+
+#include "../adp/zan_vrrpadp.h"
+
+#define ZAN_VRRP_INST_FILE "zan_vrrpinst"
+#define ZAN_VRRP_INST_MODULE "zan vrrp, inst"
+
+enum {
+    VRRP_INST_STATE_INIT = 0,
+    VRRP_INST_STATE_REGING = 1,
+    VRRP_INST_STATE_REGED = 2,
+};
+
+enum {
+    SUB_ITEM_STATE_INIT = 0,
+    SUB_ITEM_STATE_SENT = 1,
+    SUB_ITEM_STATE_SUBED = 2,
+};
+
+#define ZAN_VRRP_FC_STATE_NONE 2u      /* nothing held back */
+#define ZAN_VRRP_REG_TMR_MS 500u
+#define ZAN_VRRP_ITEM_KEY_LEN 32u
+#define ZAN_VRRP_ITEM_TLV_AREA 16u
+
+typedef struct ZAN_VRRP_INST_ERR_STAT {
+    uint16_t usCrtTmr;
+    uint16_t usAllocMsg;
+    uint16_t usMAlloc;
+    uint16_t usSendMsg;
+    uint16_t usRRAckAtReging;
+    uint16_t usRSAckNoReged;
+    uint16_t usNoRegTmr;
+    uint16_t usNoSubTmr;
+    uint16_t usNoUnSubTmr;
+    uint16_t usRepeatSub;
+    uint16_t usRepeatUnSub;
+    uint16_t usBBErrSeq;
+    uint16_t usBDErrTrans;
+    uint16_t usBDErrSeq;
+    uint16_t usBEErrTrans;
+    uint16_t usBEErrSeq;
+    uint16_t usKey2Long;
+    uint16_t usErrInfoNum;
+    uint16_t usGenKey;
+} ZAN_VRRP_INST_ERR_STAT_S;
+
+typedef struct ZAN_VRRP_INST_EVT_STAT {
+    uint16_t usSubMaxLen;
+    uint16_t usUnSubMaxLen;
+    uint16_t usSubNoItem;
+    uint16_t usUnSubNoItem;
+    uint16_t usRcvBBNotInit;
+    uint16_t usRcvBdInit;
+    uint16_t usRcvBEInit;
+    uint16_t usReNotify;
+} ZAN_VRRP_INST_EVT_STAT_S;
+
+struct ZAN_VRRP_PROD;
+
+typedef struct ZAN_VRRP_INST {
+    ZAN_COMP_INST_S stInstHead;
+    ZAN_VRRP_ADP_S *pAdp;
+    uint32_t MemHandle;
+    uint32_t IfGroupId;
+    uint32_t RegTmr;
+    uint8_t bSubPending : 1;
+    uint8_t bUnSubPending : 1;
+    uint8_t ucSubFcState : 2;
+    uint8_t ucUnSubFcState : 2;
+    uint8_t bWorkOn : 1;
+    uint8_t ucFlagRsv : 1;
+    uint32_t State;
+    ZAN_RBT_HEAD_S stSubItemTree;
+    uint32_t SubTmr;
+    ZAN_RBT_HEAD_S stUnSubItemTree;
+    uint32_t UnSubTmr;
+    uint16_t usLastKeyType;
+    uint32_t BatchTransId;
+    uint32_t BatchSeqNum;
+    uint32_t NotifyTmr;
+    uint32_t NotifySeq;
+    uint32_t FcCnt;
+    uint8_t FcFlag;
+    uint32_t aulRcvReqCnt[ZAN_VRRP_MSG_TYPE_NUM];
+    uint32_t aulRcvAckCnt[ZAN_VRRP_MSG_TYPE_NUM];
+    uint32_t aulSendReqCnt[ZAN_VRRP_MSG_TYPE_NUM];
+    uint32_t aulSendAckCnt[ZAN_VRRP_MSG_TYPE_NUM];
+    ZAN_VRRP_INST_ERR_STAT_S stErrStat;
+    ZAN_VRRP_INST_EVT_STAT_S stEvtStat;
+    struct ZAN_VRRP_PROD *pProd;
+} ZAN_VRRP_INST_S;
+
+/* A subscription item: tree node, 32-byte key (key TLV area, subscription TLV area), state. */
+typedef struct ZAN_VRRP_SUB_ITEM {
+    ZAN_RBT_NODE_S stNode;
+    uint8_t aucKey[ZAN_VRRP_ITEM_KEY_LEN];
+    uint8_t State;
+} ZAN_VRRP_SUB_ITEM_S;
+
+extern const ZAN_COMP_INST_VOPS_S g_stZanVrrpInstVOps;
+
+static inline ZAN_COMP_CTX_S *ZAN_VrrpInst_Ctx(const ZAN_VRRP_INST_S *pInst)
+{
+    return pInst->stInstHead.pCompCtx;
+}
+
+/* Trace site of the consumer side. */
+#define ZAN_VRRP_INST_TRACE(pInst, line, ...) \
+    ZAN_VrrpAdp_Trace((pInst)->pAdp, ZAN_VRRP_INST_MODULE, (line), __VA_ARGS__)
+
+/* Record and items. */
+uint32_t ZAN_VrrpInst_Init(ZAN_VRRP_INST_S *pInst, ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t ulIfGroupId);
+uint32_t ZAN_VrrpInst_DeInit(void *pInst);
+void ZAN_VrrpInst_InitTree_(ZAN_RBT_HEAD_S *pTree);
+uint32_t ZAN_VrrpInst_SubItemCmpKey_(const ZAN_RBT_NODE_S *pNode, const void *pKey);
+uint32_t ZAN_VrrpInst_AddSubItem(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_TLV_S *pSub);
+uint32_t ZAN_VrrpInst_AddUnSubItem(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_TLV_S *pSub);
+void ZAN_VrrpInst_ClearBasicInfo_(ZAN_VRRP_INST_S *pInst);
+void ZAN_VrrpInst_ClearSubInfo_(ZAN_VRRP_INST_S *pInst);
+void ZAN_VrrpInst_ClearUnSubInfo_(ZAN_VRRP_INST_S *pInst);
+void ZAN_VrrpInst_ClearNotifyInfo_(ZAN_VRRP_INST_S *pInst);
+void ZAN_VrrpInst_FlashItemStateToSubed_(ZAN_VRRP_INST_S *pInst);
+void ZAN_VrrpInst_DeleteUnSubedItem_(ZAN_VRRP_INST_S *pInst);
+
+/* Registration and sending. */
+uint32_t ZAN_VrrpInst_Up_(void *pInst);
+uint32_t ZAN_VrrpInst_Register_(ZAN_VRRP_INST_S *pInst);
+void ZAN_VrrpInst_SendRegisterMsg_(ZAN_VRRP_INST_S *pInst, ZAN_COMP_CTX_S *pCompCtx);
+void ZAN_VrrpInst_RegTimeOut_(void *pInst, uint32_t ulTmrVal, ZAN_COMP_CTX_S *pCompCtx);
+void ZAN_VrrpInst_ProcRegAck(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode);
+void ZAN_VrrpInst_SendMsg_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg);
+void ZAN_VrrpInst_SendMsg(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg);
+void ZAN_VrrpInst_SendAck(ZAN_VRRP_INST_S *pInst, const uint8_t *pMsg);
+/* Allocation-failure steps shared by the consumer senders; bRequest sets FcFlag. */
+void ZAN_VrrpInst_AllocFail_(ZAN_VRRP_INST_S *pInst, uint32_t bRequest);
+
+/* Subscribe and unsubscribe exchanges. */
+void ZAN_VrrpInst_Subscribe_(ZAN_VRRP_INST_S *pInst);
+void ZAN_VrrpInst_UnSubscribe_(ZAN_VRRP_INST_S *pInst);
+uint32_t ZAN_VrrpInst_SendSubscribeMsg_(ZAN_VRRP_INST_S *pInst, ZAN_COMP_CTX_S *pCompCtx, uint8_t ucState);
+uint32_t ZAN_VrrpInst_SendUnSubscribeMsg_(ZAN_VRRP_INST_S *pInst, ZAN_COMP_CTX_S *pCompCtx, uint8_t ucState);
+void ZAN_VrrpInst_ProcSubAck(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode);
+void ZAN_VrrpInst_ProcUnSubAck(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode);
+
+/* Down, work state, flow control and flush. */
+uint32_t ZAN_VrrpInst_Down_(void *pInst);
+void ZAN_VrrpInst_NotifyVrrpDown_(ZAN_VRRP_INST_S *pInst);
+void ZAN_VrrpInst_SetWorkState(ZAN_VRRP_INST_S *pInst, uint32_t ulOn);
+uint32_t ZAN_VrrpInst_Fcm(void *pInst);
+uint32_t ZAN_VrrpInst_Flush(void *pInst);
+
+#endif

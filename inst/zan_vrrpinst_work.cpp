@@ -1,0 +1,124 @@
+// VRRP down, the instance's work state, and the routing of flow-control end and flush.
+#include "zan_vrrpinst.h"
+
+#include "../prod/zan_vrrp_prod.h"
+
+namespace {
+
+constexpr uint32_t LINE_ASSERT_DOWN_INST = 1205;
+constexpr uint32_t LINE_ASSERT_DOWN_CTX = 1206;
+constexpr uint32_t LINE_ASSERT_DOWN_ADP = 1207;
+constexpr uint32_t LINE_ASSERT_ITEMDOWN_CB = 1208;
+
+}  // namespace
+
+void ZAN_VrrpInst_NotifyVrrpDown_(ZAN_VRRP_INST_S *pInst)
+{
+    if (pInst == nullptr) {
+        KOL_Assert(ZAN_VRRP_INST_FILE, LINE_ASSERT_DOWN_INST, 0);
+        return;
+    }
+    if (ZAN_VrrpInst_Ctx(pInst) == nullptr) {
+        KOL_Assert(ZAN_VRRP_INST_FILE, LINE_ASSERT_DOWN_CTX, 0);
+        return;
+    }
+    if (pInst->pAdp == nullptr) {
+        KOL_Assert(ZAN_VRRP_INST_FILE, LINE_ASSERT_DOWN_ADP, 0);
+        return;
+    }
+    if (pInst->State != VRRP_INST_STATE_REGED) {
+        return;
+    }
+    ZAN_VRRP_INST_TRACE(pInst, 1215, "vrrp-inst receive vrrp down.");
+    void (*pfnItemDown)(const void *, uint32_t) = pInst->pAdp->stCallBack.pfnItemDown;
+    if (pfnItemDown == nullptr) {
+        KOL_Assert(ZAN_VRRP_INST_FILE, LINE_ASSERT_ITEMDOWN_CB, 0);
+        return;
+    }
+    // The instance counts as unregistered while the items are reported: an add or withdrawal
+    // the application makes from inside pfnItemDown is ignored, as it would be a moment later,
+    // and cannot change the group being walked.
+    pInst->State = VRRP_INST_STATE_INIT;
+    const uint32_t ulHandle = ZAN_VrrpInst_Ctx(pInst)->ulHandle;
+    for (ZAN_RBT_NODE_S *pNode = WUX_RBT_FirstNode(&pInst->stSubItemTree); pNode != nullptr;
+         pNode = WUX_RBT_NextNode(&pInst->stSubItemTree, pNode)) {
+        const ZAN_VRRP_SUB_ITEM_S *pItem = reinterpret_cast<const ZAN_VRRP_SUB_ITEM_S *>(pNode);
+        if (pItem->State == SUB_ITEM_STATE_SUBED) {
+            pfnItemDown(pItem->aucKey, ulHandle);
+        }
+    }
+}
+
+uint32_t ZAN_VrrpInst_Down_(void *pvInst)
+{
+    ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
+    if (pInst == nullptr) {
+        return 0;
+    }
+    ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
+    if (pInst->RegTmr != 0u) {
+        ZAN_Frame_StopTmr(pCompCtx, pInst->RegTmr);
+        pInst->RegTmr = 0;
+    }
+    ZAN_VrrpInst_NotifyVrrpDown_(pInst);
+    ZAN_VrrpInst_ClearBasicInfo_(pInst);
+    ZAN_VrrpInst_ClearSubInfo_(pInst);
+    ZAN_VrrpInst_ClearUnSubInfo_(pInst);
+    ZAN_VrrpInst_ClearNotifyInfo_(pInst);
+    (void)ZAN_VrrpProd_OnVrrpDown(pCompCtx, pInst);
+    ZAN_VRRP_INST_TRACE(pInst, 567, "vrrp-inst down, pid[0x%x].", pInst->stInstHead.ulPid);
+    return 0;
+}
+
+void ZAN_VrrpInst_SetWorkState(ZAN_VRRP_INST_S *pInst, uint32_t ulOn)
+{
+    const uint8_t bOn = (ulOn != 0u) ? 1 : 0;
+    if (bOn == pInst->bWorkOn) {
+        return;
+    }
+    pInst->bWorkOn = bOn;
+    // While the framework does not run the instance the change waits for its next Up.
+    if (pInst->stInstHead.ulStatus != 0u) {
+        return;
+    }
+    if (bOn != 0u) {
+        (void)ZAN_VrrpInst_Register_(pInst);
+        (void)ZAN_VrrpProd_OnVrrpUp(ZAN_VrrpInst_Ctx(pInst), pInst);
+    } else {
+        (void)ZAN_VrrpInst_Down_(pInst);
+        (void)ZAN_VrrpInst_Up_(pInst);
+    }
+}
+
+uint32_t ZAN_VrrpInst_Fcm(void *pvInst)
+{
+    ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
+    ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
+    // Requests held back by flow control go out now; a new refusal holds them back again.
+    if (pInst->ucSubFcState != ZAN_VRRP_FC_STATE_NONE) {
+        const uint8_t ucState = pInst->ucSubFcState;
+        pInst->ucSubFcState = ZAN_VRRP_FC_STATE_NONE;
+        (void)ZAN_VrrpInst_SendSubscribeMsg_(pInst, pCompCtx, ucState);
+    }
+    if (pInst->ucUnSubFcState != ZAN_VRRP_FC_STATE_NONE) {
+        const uint8_t ucState = pInst->ucUnSubFcState;
+        pInst->ucUnSubFcState = ZAN_VRRP_FC_STATE_NONE;
+        (void)ZAN_VrrpInst_SendUnSubscribeMsg_(pInst, pCompCtx, ucState);
+    }
+    return ZAN_VrrpProd_OnFcm(ZAN_VrrpInst_Ctx(pInst), pInst);
+}
+
+uint32_t ZAN_VrrpInst_Flush(void *pvInst)
+{
+    ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
+    // Items added since the last flush go out together.
+    if (pInst->bSubPending != 0u) {
+        ZAN_VrrpInst_Subscribe_(pInst);
+        pInst->bSubPending = 0;
+    }
+    if (pInst->bUnSubPending != 0u) {
+        ZAN_VrrpInst_UnSubscribe_(pInst);
+        pInst->bUnSubPending = 0;
+    }
+    return ZAN_VrrpProd_OnFlush(ZAN_VrrpInst_Ctx(pInst), pInst);
+}

@@ -1,0 +1,237 @@
+// Data parts: one block per datum holding its key and data TLVs, kept in the part tree (by
+// part key) and the time list until sent, then on the wait-ack list until acknowledged.
+#include <cstddef>
+
+#include "zan_vrrp_prod.h"
+
+namespace {
+
+enum : uint32_t {
+    LINE_ADDPART_MALLOC = 300,
+    LINE_ADDPART_MALLOC_NG = 302,
+    LINE_ADDPART_COPY = 310,
+    LINE_ADDPART_INSERT_NG = 316,
+    LINE_ADDPART_FREE = 317,
+    LINE_DELPART_FREE = 345,
+    LINE_MOVE_NG = 380,
+    LINE_SENDDATA_NG = 420,
+    LINE_SENDDATA_INVALID = 428,
+    LINE_SENDDATA = 433,
+};
+
+constexpr uint32_t ZAN_VRRP_KEY_TYPE_LEN_WORD = (ZAN_VRRP_KEY_TLV_TYPE << 16) | ZAN_VRRP_KEY_TLV_LEN;
+
+ZAN_VRRP_PART_S *ZAN_VrrpProd_PartOfTreeNode_(const ZAN_RBT_NODE_S *pNode)
+{
+    return reinterpret_cast<ZAN_VRRP_PART_S *>(reinterpret_cast<uintptr_t>(pNode) - offsetof(ZAN_VRRP_PART_S, stTreeNode));
+}
+
+ZAN_VRRP_PART_S *ZAN_VrrpProd_PartOfLink_(ZAN_LIST_LINK_S *pLink)
+{
+    return reinterpret_cast<ZAN_VRRP_PART_S *>(reinterpret_cast<uintptr_t>(pLink) - offsetof(ZAN_VRRP_PART_S, stListNode));
+}
+
+void ZAN_VrrpProd_ListAppend_(ZAN_LIST_LINK_S *pHead, ZAN_LIST_LINK_S *pLink)
+{
+    pLink->pNext = pHead;
+    pLink->pPrev = pHead->pPrev;
+    pHead->pPrev->pNext = pLink;
+    pHead->pPrev = pLink;
+}
+
+void ZAN_VrrpProd_ListUnlink_(ZAN_LIST_LINK_S *pLink)
+{
+    pLink->pPrev->pNext = pLink->pNext;
+    pLink->pNext->pPrev = pLink->pPrev;
+    pLink->pNext = pLink;
+    pLink->pPrev = pLink;
+}
+
+// Cursor walk: the cursor already points past the part it returns, so the caller may delete
+// or move that part before asking for the next one.
+ZAN_VRRP_PART_S *ZAN_VrrpProd_WalkFirst_(ZAN_LIST_LINK_S *pHead, ZAN_LIST_LINK_S **ppCursor)
+{
+    if (pHead->pNext == pHead) {
+        *ppCursor = nullptr;
+        return nullptr;
+    }
+    ZAN_LIST_LINK_S *pLink = pHead->pNext;
+    *ppCursor = (pLink->pNext == pHead) ? nullptr : pLink->pNext;
+    return ZAN_VrrpProd_PartOfLink_(pLink);
+}
+
+ZAN_VRRP_PART_S *ZAN_VrrpProd_WalkNext_(ZAN_LIST_LINK_S *pHead, ZAN_LIST_LINK_S **ppCursor)
+{
+    ZAN_LIST_LINK_S *pLink = *ppCursor;
+    if (pLink == nullptr) {
+        return nullptr;
+    }
+    *ppCursor = (pLink->pNext == pHead) ? nullptr : pLink->pNext;
+    return ZAN_VrrpProd_PartOfLink_(pLink);
+}
+
+// The key TLV's 32-bit value word and its fifth value byte, as the traces print them.
+uint32_t ZAN_VrrpProd_KeyWord_(const uint8_t *pucKeyTlv)
+{
+    return ZAN_VrrpAdp_GetHost32(pucKeyTlv + 4);
+}
+
+uint32_t ZAN_VrrpProd_KeyByte_(const uint8_t *pucKeyTlv)
+{
+    return pucKeyTlv[8];
+}
+
+}  // namespace
+
+uint32_t ZAN_VrrpProd_CmpPart_(const ZAN_RBT_NODE_S *pNode, const void *pKey)
+{
+    const uint8_t *pucPartKey = ZAN_VrrpProd_PartTlv(ZAN_VrrpProd_PartOfTreeNode_(pNode));
+    const uint8_t *pucKey = static_cast<const uint8_t *>(pKey);
+    for (uint32_t i = 0; i < ZAN_VRRP_PART_KEY_LEN; i += 4u) {
+        const uint32_t ulPart = ZAN_VrrpAdp_GetHost32(pucPartKey + i);
+        const uint32_t ulKey = ZAN_VrrpAdp_GetHost32(pucKey + i);
+        if (ulPart != ulKey) {
+            return (ulPart > ulKey) ? 1u : 2u;
+        }
+    }
+    return 0;
+}
+
+ZAN_VRRP_PART_S *ZAN_VrrpProd_AddPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey,
+                                       const ZAN_VRRP_TLV_S *pData)
+{
+    ZAN_VRRP_PROD_S *pProd = pInst->pProd;
+    const uint32_t ulKeySize = (uint32_t)pKey->usLen + 4u;
+    const uint32_t ulDataSize = (uint32_t)pData->usLen + 4u;
+    const uint32_t ulSize = (uint32_t)sizeof(ZAN_VRRP_PART_S) + ulKeySize + ulDataSize;
+    const uint8_t *pucKeyTlv = reinterpret_cast<const uint8_t *>(pKey);
+
+    ZAN_VRRP_PART_S *pPart = static_cast<ZAN_VRRP_PART_S *>(
+        KOL_Malloc_F(pCompCtx->ulFwMemHandle, g_aucKolMemPt[0], ulSize, ZAN_VRRP_PROD_FILE, LINE_ADDPART_MALLOC));
+    if (pPart == nullptr) {
+        ZAN_VrrpProd_Trace_(pCompCtx, LINE_ADDPART_MALLOC_NG, "vrrp prod, AddPart_, malloc ng, %u, %u",
+                            ZAN_VrrpProd_KeyWord_(pucKeyTlv), ZAN_VrrpProd_KeyByte_(pucKeyTlv));
+        return nullptr;
+    }
+    (void)memset_s(pPart, ulSize, 0, ulSize);
+    pPart->bWaitAck = 0;
+    uint8_t *pucTlv = ZAN_VrrpProd_PartTlv(pPart);
+    if (memcpy_s(pucTlv, ulKeySize + ulDataSize, pKey, ulKeySize) != 0u) {
+        KOL_Assert(ZAN_VRRP_PROD_FILE, LINE_ADDPART_COPY, 0);
+    }
+    if (memcpy_s(pucTlv + ulKeySize, ulDataSize, pData, ulDataSize) != 0u) {
+        KOL_Assert(ZAN_VRRP_PROD_FILE, LINE_ADDPART_COPY, 0);
+    }
+    if (ZAN_RBT_AddNode(&pProd->stPartTree, &pPart->stTreeNode, pucTlv, ZAN_VrrpProd_CmpPart_) != 0u) {
+        ZAN_VrrpProd_Trace_(pCompCtx, LINE_ADDPART_INSERT_NG, "vrrp prod, AddPart_, insert 2rbt ng, %u, %u",
+                            ZAN_VrrpProd_KeyWord_(pucKeyTlv), ZAN_VrrpProd_KeyByte_(pucKeyTlv));
+        KOL_Free_F(pPart, ZAN_VRRP_PROD_FILE, LINE_ADDPART_FREE);
+        return nullptr;
+    }
+    ZAN_VrrpProd_ListAppend_(&pProd->stPartList, &pPart->stListNode);
+    return pPart;
+}
+
+void ZAN_VrrpProd_DelPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, ZAN_VRRP_PART_S *pPart)
+{
+    (void)pCompCtx;
+    if (pPart->bWaitAck == 0u) {
+        WUX_RBT_RemoveNode(&pInst->pProd->stPartTree, &pPart->stTreeNode);
+    }
+    ZAN_VrrpProd_ListUnlink_(&pPart->stListNode);
+    KOL_Free_F(pPart, ZAN_VRRP_PROD_FILE, LINE_DELPART_FREE);
+}
+
+ZAN_VRRP_PART_S *ZAN_VrrpProd_FindPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const uint8_t *pucKey)
+{
+    (void)pCompCtx;
+    ZAN_RBT_NODE_S *pNode = ZAN_RBT_LookupNode(&pInst->pProd->stPartTree, pucKey, ZAN_VrrpProd_CmpPart_);
+    return (pNode != nullptr) ? ZAN_VrrpProd_PartOfTreeNode_(pNode) : nullptr;
+}
+
+uint32_t ZAN_VrrpProd_MovePart2WaitAck_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, ZAN_VRRP_PART_S *pPart)
+{
+    ZAN_VRRP_PROD_S *pProd = pInst->pProd;
+    if (pPart->bWaitAck == 1u) {
+        const uint8_t *pucKeyTlv = ZAN_VrrpProd_PartTlv(pPart);
+        ZAN_VrrpProd_Trace_(pCompCtx, LINE_MOVE_NG, "vrrp prod, MovePart2WaitAck_ ng, %u, %u, %u",
+                            ZAN_VrrpProd_KeyWord_(pucKeyTlv), ZAN_VrrpProd_KeyByte_(pucKeyTlv), pPart->bWaitAck);
+        return ZAN_VRRP_ALL_ONES;
+    }
+    WUX_RBT_RemoveNode(&pProd->stPartTree, &pPart->stTreeNode);
+    ZAN_VrrpProd_ListUnlink_(&pPart->stListNode);
+    ZAN_VrrpProd_ListAppend_(&pProd->stWaitAckList, &pPart->stListNode);
+    pPart->bWaitAck = 1;
+    return 0;
+}
+
+ZAN_VRRP_PART_S *ZAN_VrrpProd_GetFirstPartByTime_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
+                                                  ZAN_LIST_LINK_S **ppCursor)
+{
+    (void)pCompCtx;
+    return ZAN_VrrpProd_WalkFirst_(&pInst->pProd->stPartList, ppCursor);
+}
+
+ZAN_VRRP_PART_S *ZAN_VrrpProd_GetNextPartByTime_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
+                                                 ZAN_LIST_LINK_S **ppCursor)
+{
+    (void)pCompCtx;
+    return ZAN_VrrpProd_WalkNext_(&pInst->pProd->stPartList, ppCursor);
+}
+
+ZAN_VRRP_PART_S *ZAN_VrrpProd_GetFirstWaitAckPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
+                                                   ZAN_LIST_LINK_S **ppCursor)
+{
+    (void)pCompCtx;
+    return ZAN_VrrpProd_WalkFirst_(&pInst->pProd->stWaitAckList, ppCursor);
+}
+
+ZAN_VRRP_PART_S *ZAN_VrrpProd_GetNextWaitAckPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
+                                                  ZAN_LIST_LINK_S **ppCursor)
+{
+    (void)pCompCtx;
+    return ZAN_VrrpProd_WalkNext_(&pInst->pProd->stWaitAckList, ppCursor);
+}
+
+uint32_t ZAN_VrrpProd_CountList_(const ZAN_LIST_LINK_S *pHead)
+{
+    uint32_t ulCount = 0;
+    for (const ZAN_LIST_LINK_S *pLink = pHead->pNext; pLink != pHead; pLink = pLink->pNext) {
+        ulCount++;
+    }
+    return ulCount;
+}
+
+uint32_t ZAN_VrrpProd_SendData(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey,
+                               const ZAN_VRRP_TLV_S *pData)
+{
+    ZAN_VRRP_PROD_S *pProd = pInst->pProd;
+    if (pProd == nullptr) {
+        ZAN_VrrpProd_Trace_(pCompCtx, LINE_SENDDATA_NG, "vrrp prod, SendData, prod ng, %u", pInst->IfGroupId);
+        return ZAN_VRRP_ALL_ONES;
+    }
+    const uint32_t ulKeyWord = ((uint32_t)pKey->usType << 16) | pKey->usLen;
+    if (ulKeyWord != ZAN_VRRP_KEY_TYPE_LEN_WORD || pData->usType != ZAN_VRRP_DATA_TLV_TYPE ||
+        (pData->usLen != 0u && pData->usLen != 8u)) {
+        ZAN_VrrpProd_Trace_(pCompCtx, LINE_SENDDATA_INVALID, "vrrp prod, SendData, data is invalid, (%u, %u), (%u, %u)",
+                            (uint32_t)pKey->usType, (uint32_t)pKey->usLen, (uint32_t)pData->usType,
+                            (uint32_t)pData->usLen);
+        return ZAN_VRRP_ALL_ONES;
+    }
+    ZAN_VrrpProd_Trace_(pCompCtx, LINE_SENDDATA, "vrrp prod, SendData, %u, %u", pInst->IfGroupId,
+                        (uint32_t)pProd->State);
+    if (pProd->State != VRRP_PROD_STATE_BN_DATA && pProd->State != VRRP_PROD_STATE_RN_DATA) {
+        return 0;
+    }
+    // Part key: the whole key TLV, then the data TLV's type and length.
+    uint8_t aucKey[ZAN_VRRP_PART_KEY_LEN];
+    (void)memset_s(aucKey, sizeof(aucKey), 0, sizeof(aucKey));
+    (void)memcpy_s(aucKey, sizeof(aucKey), pKey, 4u + ZAN_VRRP_KEY_TLV_LEN);
+    (void)memcpy_s(aucKey + 4u + ZAN_VRRP_KEY_TLV_LEN, 4u, pData, 4u);
+    ZAN_VRRP_PART_S *pOld = ZAN_VrrpProd_FindPart_(pCompCtx, pInst, aucKey);
+    if (pOld != nullptr) {
+        ZAN_VrrpProd_DelPart_(pCompCtx, pInst, pOld);
+    }
+    (void)ZAN_VrrpProd_AddPart_(pCompCtx, pInst, pKey, pData);
+    return 0;
+}

@@ -1,0 +1,81 @@
+// Every allocation, message buffer and timer of a full scenario can fail: for each position
+// in turn the scenario runs with that one failure and must end with nothing held.
+#include "lib_fixture.h"
+
+namespace {
+
+std::vector<uint8_t> Header(uint8_t flags, uint8_t type)
+{
+    std::vector<uint8_t> m(20, 0);
+    m[1] = 20;
+    m[2] = flags;
+    m[3] = type;
+    return m;
+}
+
+// Runs the scenario; returns the number of times Get had to be asked.
+void Scenario()
+{
+    ZAN_VRRP_ADP_S *adp = nullptr;
+    for (int tries = 0; tries < 4 && adp == nullptr; tries++) {
+        adp = ZAN_VrrpAdp_Get(host::Ctx());
+    }
+    ASSERT_NE(adp, nullptr);
+    const ZAN_VRRP_CALLBACK_S cb = libtest::AllCallbacks();
+    ZAN_VrrpAdp_RegCallBack(adp, &cb);
+    libtest::CreateDeploy(0x10, 1);
+    libtest::CreateDeploy(0x10, 2);
+    libtest::CreateDeploy(0x20, 3);
+    host::DeliverMsg(0x10, Header(0x81, ZAN_VRRP_MSG_REGISTER));
+    host::DeliverMsg(0x10, Header(0x01, ZAN_VRRP_MSG_RU_DATA));
+    for (uint8_t i = 0; i < 4; i++) {
+        ZAN_VRRP_TLV_S key = libtest::Tlv(1, 8, {i, 0, 0, 0, 1});
+        ZAN_VRRP_TLV_S sub = libtest::Tlv(2, 2, {i, i});
+        ZAN_VrrpAdp_Subscribe(adp, &key, &sub, 1);
+        if (i == 2) {
+            ZAN_VrrpAdp_UnSubscribe(adp, &key, &sub, 1);
+        }
+    }
+    host::Advance(5001);
+    for (const char *item : {"adp-base", "adp-stat", "inst-base", "inst-msgstat", "inst-srvstat", "inst-consumer",
+                             "inst-subinfo", "inst-prod"}) {
+        host::RunCli("zanvrrp", item, std::string("0x10"), 0);
+    }
+    ZAN_VrrpAdp_SetWorkState(adp, 0);
+    ZAN_VrrpAdp_SetWorkState(adp, 1);
+    libtest::DeleteDeploy(0x10, 1);
+    libtest::DeleteDeploy(0x20, 3);
+    ZAN_VrrpAdp_DeInit(host::Ctx());
+}
+
+struct Kind {
+    host::FailKind kind;
+    const char *name;
+};
+
+TEST(AllocFailure, ScenarioSurvivesAnySingleFailureAndReleasesEverything)
+{
+    const Kind kinds[] = {{host::FailKind::Malloc, "malloc"}, {host::FailKind::MsgAlloc, "msgalloc"},
+                          {host::FailKind::Timer, "timer"},   {host::FailKind::Send, "send"},
+                          {host::FailKind::MemInit, "meminit"}, {host::FailKind::RegMsg, "regmsg"},
+                          {host::FailKind::RegCfg, "regcfg"}, {host::FailKind::RegInner, "reginner"}};
+    for (const Kind &k : kinds) {
+        for (uint32_t skip = 0; skip < 60; skip++) {
+            SCOPED_TRACE(std::string(k.name) + " skip " + std::to_string(skip));
+            host::Reset();
+            libtest::Rec() = libtest::Recorder{};
+            host::ArmFail(k.kind, skip, 1);
+            Scenario();
+            EXPECT_EQ(host::BlocksOn(host::Ctx()->ulFwMemHandle), 0u);
+            EXPECT_EQ(host::BlocksOn(host::LastCreatedHandle()), 0u);
+            EXPECT_EQ(host::MsgsOutstanding(), 0u);
+            EXPECT_EQ(host::Ctx()->pAdpSlot, nullptr);
+            EXPECT_TRUE(host::RunningTimerPeriods().empty());
+            if (HasFailure()) {
+                return;
+            }
+        }
+    }
+}
+
+}  // namespace

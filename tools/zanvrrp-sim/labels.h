@@ -1,0 +1,29 @@
+// Labels of `expect adp`, `expect inst` and `expect prod`: names to values read from the
+// adapter, instance and producer records.
+#ifndef ZANVRRP_SIM_LABELS_H
+#define ZANVRRP_SIM_LABELS_H
+
+#include <cstdint>
+#include <string>
+
+struct ZAN_VRRP_ADP;
+struct ZAN_VRRP_INST;
+
+namespace sim {
+
+enum class LabelTarget { Adp, Inst, Prod };
+
+// Throws ScriptError for a label the target does not have.
+void ValidateLabel(LabelTarget target, const std::string &label);
+
+// Values; the label must be valid. `Exists` (adapter, instance) is the runner's: it needs
+// no record.
+uint32_t ReadAdpLabel(const ZAN_VRRP_ADP &adp, const std::string &label);
+uint32_t ReadInstLabel(const ZAN_VRRP_INST &inst, const std::string &label);
+// The instance's producer must exist. Throws ScriptError when a value needs a host
+// function that is not available.
+uint32_t ReadProdLabel(const ZAN_VRRP_INST &inst, const std::string &label);
+
+}  // namespace sim
+
+#endif

@@ -1,0 +1,217 @@
+#include "msgform.h"
+
+#include <cstdio>
+
+namespace sim {
+
+namespace {
+
+void PutBe16(std::vector<uint8_t> &m, std::size_t off, uint32_t v)
+{
+    m[off] = static_cast<uint8_t>(v >> 8);
+    m[off + 1] = static_cast<uint8_t>(v);
+}
+
+void PutBe32(std::vector<uint8_t> &m, std::size_t off, uint32_t v)
+{
+    m[off] = static_cast<uint8_t>(v >> 24);
+    m[off + 1] = static_cast<uint8_t>(v >> 16);
+    m[off + 2] = static_cast<uint8_t>(v >> 8);
+    m[off + 3] = static_cast<uint8_t>(v);
+}
+
+uint32_t GetBe16(const std::vector<uint8_t> &m, std::size_t off)
+{
+    return (static_cast<uint32_t>(m[off]) << 8) | m[off + 1];
+}
+
+uint32_t GetBe32(const std::vector<uint8_t> &m, std::size_t off)
+{
+    return (static_cast<uint32_t>(m[off]) << 24) | (static_cast<uint32_t>(m[off + 1]) << 16) |
+           (static_cast<uint32_t>(m[off + 2]) << 8) | m[off + 3];
+}
+
+// Header fields in wire order: name, offset, width in bytes.
+struct FieldDef {
+    const char *name;
+    std::size_t off;
+    unsigned width;
+    std::optional<uint32_t> MsgForm::*member;
+};
+
+const FieldDef kFields[] = {
+    {"len", 0, 2, &MsgForm::len},   {"flags", 2, 1, &MsgForm::flags}, {"type", 3, 1, &MsgForm::type},
+    {"tran", 4, 4, &MsgForm::tran}, {"w8", 8, 2, &MsgForm::w8},       {"w10", 10, 2, &MsgForm::w10},
+    {"seq", 12, 4, &MsgForm::seq},  {"w16", 16, 2, &MsgForm::w16},    {"cnt", 18, 2, &MsgForm::cnt},
+};
+
+uint32_t GetField(const std::vector<uint8_t> &m, const FieldDef &f)
+{
+    switch (f.width) {
+    case 1: return m[f.off];
+    case 2: return GetBe16(m, f.off);
+    default: return GetBe32(m, f.off);
+    }
+}
+
+std::string FirstDifference(const std::vector<uint8_t> &want, const std::vector<uint8_t> &got)
+{
+    std::size_t n = want.size() < got.size() ? want.size() : got.size();
+    for (std::size_t i = 0; i < n; ++i) {
+        if (want[i] != got[i]) {
+            char buf[96];
+            std::snprintf(buf, sizeof(buf), "byte %zu differs: %02x expected, %02x came", i, want[i], got[i]);
+            return buf;
+        }
+    }
+    return "length " + std::to_string(want.size()) + " expected, " + std::to_string(got.size()) + " came";
+}
+
+}  // namespace
+
+MsgForm ParseMsgForm(Args &args, const LexedLine &line, const MsgFormOptions &opt)
+{
+    MsgForm f;
+    if (opt.allowPartial) {
+        f.partial = args.Flag("partial");
+    }
+    f.type = args.NumBits("type", 8);
+    if (f.type) {
+        f.ack = args.Flag("ack");
+        f.flags = args.NumBits("flags", 8);
+        f.tran = args.Num("tran");
+        f.w8 = args.NumBits("w8", 16);
+        f.w10 = args.NumBits("w10", 16);
+        f.seq = args.Num("seq");
+        f.w16 = args.NumBits("w16", 16);
+        f.cnt = args.NumBits("cnt", 16);
+        f.len = args.NumBits("len", 16);
+        f.hasBody = line.hasBytes;
+        f.body = line.bytes;
+        if (!f.partial && kHdrLen + f.body.size() > 0xFFFF && !f.len) {
+            throw ScriptError("body too long for the 16-bit length field");
+        }
+        return f;
+    }
+    if (f.partial) {
+        throw ScriptError("'partial' needs the fields form (type=N ...)");
+    }
+    f.raw = true;
+    if (opt.allowSize) {
+        f.size = args.Num("size");
+    }
+    if (!line.hasBytes) {
+        throw ScriptError("message expected: type=N ... or ': BYTES'");
+    }
+    f.rawBytes = line.bytes;
+    return f;
+}
+
+std::vector<uint8_t> BuildMsg(const MsgForm &f)
+{
+    if (f.raw) {
+        return f.rawBytes;
+    }
+    std::vector<uint8_t> m(kHdrLen, 0);
+    uint32_t flags = f.flags ? *f.flags : 0x01u;
+    if (f.ack) {
+        flags |= 0x80u;
+    }
+    uint32_t len = f.len ? *f.len : static_cast<uint32_t>(kHdrLen + f.body.size());
+    PutBe16(m, 0, len);
+    m[2] = static_cast<uint8_t>(flags);
+    m[3] = static_cast<uint8_t>(f.type.value_or(0));
+    PutBe32(m, 4, f.tran.value_or(0));
+    PutBe16(m, 8, f.w8.value_or(0));
+    PutBe16(m, 10, f.w10.value_or(0));
+    PutBe32(m, 12, f.seq.value_or(0));
+    PutBe16(m, 16, f.w16.value_or(0));
+    PutBe16(m, 18, f.cnt.value_or(0));
+    m.insert(m.end(), f.body.begin(), f.body.end());
+    return m;
+}
+
+std::string CompareMsg(const MsgForm &f, const std::vector<uint8_t> &sent)
+{
+    if (!f.partial) {
+        std::vector<uint8_t> want = BuildMsg(f);
+        return want == sent ? std::string() : FirstDifference(want, sent);
+    }
+    if (sent.size() < kHdrLen) {
+        return "message shorter than a header";
+    }
+    std::string diff;
+    for (const FieldDef &d : kFields) {
+        const std::optional<uint32_t> &want = f.*(d.member);
+        if (!want) {
+            continue;
+        }
+        uint32_t expected = *want;
+        if (d.off == 2 && f.ack) {
+            expected |= 0x80u;
+        }
+        uint32_t got = GetField(sent, d);
+        if (got != expected) {
+            diff += (diff.empty() ? "" : "; ") + std::string(d.name) + " " + std::to_string(expected) +
+                    " expected, " + std::to_string(got) + " came";
+        }
+    }
+    if (f.ack && !f.flags && (sent[2] & 0x80u) == 0) {
+        diff += (diff.empty() ? "" : "; ") + std::string("ack flag expected, not set");
+    }
+    if (f.hasBody) {
+        std::vector<uint8_t> got(sent.begin() + kHdrLen, sent.end());
+        if (got != f.body) {
+            diff += (diff.empty() ? "" : "; ") + std::string("body ") + FirstDifference(f.body, got);
+        }
+    }
+    return diff;
+}
+
+const char *MsgTypeName(uint32_t type)
+{
+    static const char *const kNames[] = {
+        "Unknown",   "AddProducer", "DelProducer", "BNBegin", "BNData",  "BNEnd",      "RNData", "Register",
+        "UnRegister", "Subscribe",  "UnSubscribe", "BUBegin", "BUData",  "BUEnd",      "BUBeginEnd", "RUData",
+        "NotifyEvent",
+    };
+    return type < sizeof(kNames) / sizeof(kNames[0]) ? kNames[type] : "Unknown";
+}
+
+std::string DecodeHeader(const std::vector<uint8_t> &m)
+{
+    if (m.size() < kHdrLen) {
+        return "(" + std::to_string(m.size()) + " bytes, shorter than a header)";
+    }
+    char buf[256];
+    std::snprintf(buf, sizeof(buf), "len=%u flags=0x%02x%s type=%u(%s) tran=%u w8=%u w10=%u seq=%u w16=%u cnt=%u",
+                  GetBe16(m, 0), m[2], (m[2] & 0x80u) ? "(ack)" : "", m[3], MsgTypeName(m[3]), GetBe32(m, 4),
+                  GetBe16(m, 8), GetBe16(m, 10), GetBe32(m, 12), GetBe16(m, 16), GetBe16(m, 18));
+    return buf;
+}
+
+std::string DescribeForm(const MsgForm &f)
+{
+    if (f.raw) {
+        return HexSpaced(f.rawBytes);
+    }
+    if (!f.partial) {
+        return HexSpaced(BuildMsg(f));
+    }
+    std::string out = "partial";
+    for (const FieldDef &d : kFields) {
+        const std::optional<uint32_t> &v = f.*(d.member);
+        if (v) {
+            out += " " + std::string(d.name) + "=" + std::to_string(*v);
+        }
+    }
+    if (f.ack) {
+        out += " ack";
+    }
+    if (f.hasBody) {
+        out += " : " + HexSpaced(f.body);
+    }
+    return out;
+}
+
+}  // namespace sim

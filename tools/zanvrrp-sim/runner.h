@@ -1,0 +1,112 @@
+// The world driver: runs one script file against the library on the host platform, in a
+// fresh host world with a fresh recording application, and reports the first failure.
+#ifndef ZANVRRP_SIM_RUNNER_H
+#define ZANVRRP_SIM_RUNNER_H
+
+#include <cstdint>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include "args.h"
+#include "host/host_world.h"
+#include "lexer.h"
+#include "recorder.h"
+
+struct ZAN_VRRP_ADP;
+
+namespace sim {
+
+// An expectation that does not hold; `line` is set when it belongs to another line than
+// the step being run (a reaction's failure belongs to its `on` line).
+struct ExpectFail {
+    std::string msg;
+    std::optional<uint32_t> line;
+};
+
+class Runner {
+public:
+    Runner(std::ostream &out, bool verbose);
+    ~Runner();
+    Runner(const Runner &) = delete;
+    Runner &operator=(const Runner &) = delete;
+
+    // Runs the script; true when it passed, else `failure` is "FILE:LINE: what".
+    bool RunFile(const std::string &path, std::string &failure);
+
+private:
+    struct Step {
+        uint32_t line = 0;
+        std::string text;
+        const std::vector<std::string> *block = nullptr;
+    };
+    struct Reaction {
+        EvKind kind = EvKind::RegAck;
+        std::optional<uint32_t> ifgroup;
+        std::string body;
+        uint32_t line = 0;
+    };
+
+    void ResetWorld();
+    void Exec(const Step &s, bool dry);
+    void Log(const std::string &text);
+    void ShowNewSent();
+    void CheckPending();
+    void RunReactions(EvKind kind, uint32_t ifgroup);
+    void CheckResult(const char *what, std::optional<uint32_t> expected, uint32_t got);
+
+    ZAN_VRRP_ADP *Adp() const;
+    ZAN_VRRP_ADP *NeedAdp() const;
+    uint32_t AdpMemHandle() const;
+
+    // setup and framework
+    void CmdComponent(Args &a, bool dry);
+    void CmdGet(Args &a, bool dry);
+    void CmdDeinit(Args &a, bool dry);
+    void CmdCallbacks(Args &a, bool dry);
+    void CmdOnOff(Args &a, bool dry, const char *what, uint32_t &target);
+    void CmdInhibit(Args &a, bool dry);
+    void CmdDeploy(Args &a, bool dry);
+    void CmdUpDown(Args &a, bool dry, bool up);
+    void CmdStatus(Args &a, bool dry);
+    void CmdRecv(Args &a, const LexedLine &l, bool dry);
+    void CmdFcm(Args &a, bool dry);
+    void CmdFlush(Args &a, bool dry);
+    void CmdAdvance(Args &a, bool dry);
+    void CmdFail(Args &a, bool dry);
+    void CmdDrain(Args &a, bool dry);
+    // application calls
+    void CmdWork(Args &a, bool dry);
+    void CmdSubscribe(Args &a, bool dry, bool sub);
+    void CmdSendData(Args &a, bool dry);
+    void CmdCli(Args &a, bool dry);
+    void CmdOn(const Step &s, const LexedLine &l, bool dry);
+    void CmdRepeat(const Step &s, const LexedLine &l, bool dry);
+
+    // expectations (expect.cpp)
+    void CmdExpect(const Step &s, const LexedLine &l, bool dry);
+    void ExpectSent(Args &a, const LexedLine &l, bool dry);
+    void ExpectEvent(Args &a, bool dry);
+    void ExpectTrace(Args &a, bool dry, bool debug, bool negate);
+    void ExpectValues(Args &a, bool dry, int target);
+    void ExpectTimers(Args &a, bool dry);
+    void ExpectBlocks(Args &a, bool dry);
+    void ExpectAsserts(Args &a, bool dry);
+    void ExpectOutput(Args &a, const Step &s, bool dry);
+    void ExpectOutputHas(Args &a, bool dry);
+
+    std::ostream &out_;
+    bool verbose_;
+    std::string file_;
+    uint32_t curLine_ = 0;
+    std::size_t sentShown_ = 0;
+    std::vector<Reaction> reactions_;
+    uint32_t reactionDepth_ = 0;
+    std::optional<ExpectFail> pending_;
+    std::optional<host::CliResult> lastCli_;
+};
+
+}  // namespace sim
+
+#endif

@@ -4,7 +4,6 @@
 
 #include "adp/zan_vrrpadp.h"
 #include "host/host_world.h"
-#include "host_ext.h"
 #include "inst/zan_vrrpinst.h"
 #include "lexer.h"
 #include "prod/zan_vrrp_prod.h"
@@ -144,9 +143,6 @@ uint32_t ProdTmrPeriod(const Inst &i)
 {
     if (i.pProd->tmr == 0) {
         return 0;
-    }
-    if (host::TimerPeriod == nullptr) {
-        throw ScriptError("TmrPeriod needs host::TimerPeriod, which the host platform does not provide");
     }
     return host::TimerPeriod(i.pProd->tmr);
 }

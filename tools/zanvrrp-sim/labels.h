@@ -20,8 +20,7 @@ void ValidateLabel(LabelTarget target, const std::string &label);
 // no record.
 uint32_t ReadAdpLabel(const ZAN_VRRP_ADP &adp, const std::string &label);
 uint32_t ReadInstLabel(const ZAN_VRRP_INST &inst, const std::string &label);
-// The instance's producer must exist. Throws ScriptError when a value needs a host
-// function that is not available.
+// The instance's producer must exist.
 uint32_t ReadProdLabel(const ZAN_VRRP_INST &inst, const std::string &label);
 
 }  // namespace sim

@@ -93,6 +93,8 @@ Runner::Runner(std::ostream &out, bool verbose) : out_(out), verbose_(verbose) {
 
 Runner::~Runner()
 {
+    // Release what the last script's world still holds.
+    host::Reset();
     Recorder &rec = Recorder::Instance();
     rec.reaction = nullptr;
     rec.log = nullptr;

@@ -144,6 +144,7 @@ TEST_F(HostMemTest, ResetDropsEverything)
     EXPECT_EQ(host::Faults(), 0u);
     EXPECT_EQ(host::Ctx()->usStartInhibit, 0u);
     EXPECT_NE(Alloc(host::Ctx()->ulFwMemHandle, 8), nullptr);   // the armed failure is gone
+    host::Reset();
 }
 
 // One call of each fallible kind; true when it succeeded.

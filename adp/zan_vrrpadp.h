@@ -3,6 +3,7 @@
 #ifndef ZAN_VRRPADP_H
 #define ZAN_VRRPADP_H
 
+#include <stdarg.h>
 #include <stdint.h>
 
 #include "../include/zan_vrrp_lib.h"
@@ -126,6 +127,9 @@ struct ZAN_VRRP_INST;
  * formatted into 256 bytes (truncating) to pfnDebugOut. pcFmt NULL: trace point only. */
 void ZAN_VrrpAdp_Trace(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_t ulLine, const char *pcFmt, ...)
     __attribute__((format(printf, 4, 5)));
+
+void ZAN_VrrpAdp_TraceV(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_t ulLine, const char *pcFmt,
+                        va_list ap);
 
 /* Byte-order helpers for unaligned buffer fields. */
 uint16_t ZAN_VrrpAdp_GetBe16(const uint8_t *p);

@@ -5,7 +5,8 @@
 
 #include "zan_vrrpadp.h"
 
-void ZAN_VrrpAdp_Trace(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_t ulLine, const char *pcFmt, ...)
+void ZAN_VrrpAdp_TraceV(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_t ulLine, const char *pcFmt,
+                        va_list ap)
 {
     if (pAdp == nullptr) {
         return;
@@ -21,13 +22,18 @@ void ZAN_VrrpAdp_Trace(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_
         return;
     }
     char acText[256];
-    va_list ap;
-    va_start(ap, pcFmt);
     (void)vsnprintf(acText, sizeof(acText), pcFmt, ap);
-    va_end(ap);
     if (pCb->pfnDebugOut != nullptr) {
         pCb->pfnDebugOut(acText, ulHandle);
     }
+}
+
+void ZAN_VrrpAdp_Trace(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_t ulLine, const char *pcFmt, ...)
+{
+    va_list ap;
+    va_start(ap, pcFmt);
+    ZAN_VrrpAdp_TraceV(pAdp, pcModule, ulLine, pcFmt, ap);
+    va_end(ap);
 }
 
 uint16_t ZAN_VrrpAdp_GetBe16(const uint8_t *p)

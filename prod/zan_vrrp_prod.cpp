@@ -2,7 +2,6 @@
 // reset, and the reactions to the VRRP component coming up or going down, to timer expiry,
 // to the end of flow control and to a flush.
 #include <cstdarg>
-#include <cstdio>
 
 #include "zan_vrrp_prod.h"
 
@@ -81,27 +80,18 @@ uint32_t ZAN_VrrpProd_NeedReDoAcc_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pI
 
 }  // namespace
 
+// The producer reaches the adapter, and so the application's trace hooks, through the
+// component context's adapter slot.
 void ZAN_VrrpProd_Trace_(ZAN_COMP_CTX_S *pCompCtx, uint32_t ulLine, const char *pcFmt, ...)
 {
-    if (pCompCtx == nullptr || pCompCtx->pAdpSlot == nullptr) {
+    if (pCompCtx == nullptr) {
         return;
     }
-    const ZAN_VRRP_ADP_S *pAdp = static_cast<const ZAN_VRRP_ADP_S *>(pCompCtx->pAdpSlot);
-    const ZAN_VRRP_CALLBACK_S *pCb = &pAdp->stCallBack;
-    if (pCb->pfnTracePoint != nullptr) {
-        pCb->pfnTracePoint(ZAN_VRRP_PROD_MODULE, ulLine, pCompCtx->ulHandle);
-    }
-    if (pCb->pfnIsDebugOn == nullptr || pCb->pfnIsDebugOn(pCompCtx->ulHandle) == 0u) {
-        return;
-    }
-    char acText[256];
     va_list ap;
     va_start(ap, pcFmt);
-    (void)vsnprintf(acText, sizeof(acText), pcFmt, ap);
+    ZAN_VrrpAdp_TraceV(static_cast<const ZAN_VRRP_ADP_S *>(pCompCtx->pAdpSlot), ZAN_VRRP_PROD_MODULE, ulLine, pcFmt,
+                       ap);
     va_end(ap);
-    if (pCb->pfnDebugOut != nullptr) {
-        pCb->pfnDebugOut(acText, pCompCtx->ulHandle);
-    }
 }
 
 uint32_t ZAN_VrrpProd_Init(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_PROD_CFG_S *pCfg)

@@ -2,7 +2,9 @@
  *
  * Usage: ZAN_VrrpAdp_Get(component) once the component is up, then
  * ZAN_VrrpAdp_RegCallBack(adapter, &table) before the first deploy record arrives.
- * Everything runs on the component's message-loop thread; callbacks are synchronous. */
+ * Everything runs on the component's message-loop thread; callbacks are synchronous. A callback
+ * may subscribe, unsubscribe, send data and change the work state; it must not call
+ * ZAN_VrrpAdp_DeInit, which frees the instance the callback is reporting from. */
 #ifndef ZAN_VRRP_LIB_H
 #define ZAN_VRRP_LIB_H
 

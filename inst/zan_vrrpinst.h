@@ -73,7 +73,7 @@ typedef struct ZAN_VRRP_INST {
     uint8_t ucSubFcState : 2;
     uint8_t ucUnSubFcState : 2;
     uint8_t bWorkOn : 1;
-    uint8_t ucFlagRsv : 1;
+    uint8_t bDownBusy : 1; /* a Down_ is running: a nested one (from a callback) does nothing */
     uint32_t State;
     ZAN_RBT_HEAD_S stSubItemTree;
     uint32_t SubTmr;

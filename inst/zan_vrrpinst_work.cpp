@@ -52,9 +52,12 @@ void ZAN_VrrpInst_NotifyVrrpDown_(ZAN_VRRP_INST_S *pInst)
 uint32_t ZAN_VrrpInst_Down_(void *pvInst)
 {
     ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
-    if (pInst == nullptr) {
+    if (pInst == nullptr || pInst->bDownBusy != 0u) {
         return 0;
     }
+    // pfnItemDown may turn the work state off; the Down_ that would nest here must not free
+    // the items this one is still walking.
+    pInst->bDownBusy = 1;
     ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
     if (pInst->RegTmr != 0u) {
         ZAN_Frame_StopTmr(pCompCtx, pInst->RegTmr);
@@ -67,6 +70,7 @@ uint32_t ZAN_VrrpInst_Down_(void *pvInst)
     ZAN_VrrpInst_ClearNotifyInfo_(pInst);
     (void)ZAN_VrrpProd_OnVrrpDown(pCompCtx, pInst);
     ZAN_VRRP_INST_TRACE(pInst, 567, "vrrp-inst down, pid[0x%x].", pInst->stInstHead.ulPid);
+    pInst->bDownBusy = 0;
     return 0;
 }
 

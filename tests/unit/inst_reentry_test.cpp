@@ -1,0 +1,54 @@
+// Application calls made from inside the library's callbacks.
+#include "lib_fixture.h"
+
+namespace {
+
+ZAN_VRRP_ADP_S *g_adp = nullptr;
+int g_itemDowns = 0;
+
+void ItemDownTurnsWorkOff(const void *, uint32_t)
+{
+    g_itemDowns++;
+    ZAN_VrrpAdp_SetWorkState(g_adp, 0);
+}
+
+std::vector<uint8_t> Header(uint8_t flags, uint8_t type)
+{
+    std::vector<uint8_t> m(20, 0);
+    m[1] = 20;
+    m[2] = flags;
+    m[3] = type;
+    return m;
+}
+
+class Reentry : public libtest::LibTest {};
+
+TEST_F(Reentry, WorkOffFromInsideItemDownReportsEveryItemOnce)
+{
+    g_adp = adp;
+    g_itemDowns = 0;
+    ZAN_VRRP_CALLBACK_S cb = libtest::AllCallbacks();
+    cb.pfnItemDown = ItemDownTurnsWorkOff;
+    ASSERT_EQ(ZAN_VrrpAdp_RegCallBack(adp, &cb), 0u);
+    ASSERT_EQ(libtest::CreateDeploy(0x10, 1), 0u);
+    ASSERT_TRUE(host::DeliverMsg(0x10, Header(0x81, ZAN_VRRP_MSG_REGISTER)));
+    for (uint8_t i = 1; i <= 3; i++) {
+        ZAN_VRRP_TLV_S key = libtest::Tlv(1, 5, {i, 0, 0, 0, 1});
+        ZAN_VRRP_TLV_S sub = libtest::Tlv(2, 1, {1});
+        ASSERT_EQ(ZAN_VrrpAdp_Subscribe(adp, &key, &sub, 1), 0u);
+    }
+    ASSERT_TRUE(host::RunFlush());
+    ASSERT_TRUE(host::DeliverMsg(0x10, Header(0x81, ZAN_VRRP_MSG_SUBSCRIBE)));
+    ZAN_VRRP_INST_S *inst = libtest::Inst(0x10);
+    ASSERT_EQ(inst->stSubItemTree.ulCount, 3u);
+
+    ASSERT_TRUE(host::RunDown(0x10));
+    EXPECT_EQ(g_itemDowns, 3);
+    EXPECT_EQ(inst->State, (uint32_t)VRRP_INST_STATE_INIT);
+    EXPECT_EQ(WUX_RBT_FirstNode(&inst->stSubItemTree), nullptr);
+    EXPECT_EQ(inst->bWorkOn, 0u);
+    EXPECT_EQ(inst->bDownBusy, 0u);
+    EXPECT_EQ(host::Faults(), 0u);
+}
+
+}  // namespace

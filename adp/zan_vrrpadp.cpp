@@ -173,7 +173,7 @@ uint32_t ZAN_VrrpAdp_Fcm_(void *pMsg, void *pvAdp)
 {
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
     if (MSG_DataSizeGet(pMsg) < ZAN_VRRP_FCM_PID_OFF + sizeof(uint32_t)) {
-        pAdp->stDropStat.ulShortMsg++;
+        pAdp->stDropStat.ulShortFcm++;
         return 0;
     }
     const uint32_t ulPid = ZAN_VrrpAdp_GetHost32(static_cast<const uint8_t *>(pMsg) + ZAN_VRRP_FCM_PID_OFF);

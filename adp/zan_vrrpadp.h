@@ -101,6 +101,7 @@ typedef struct ZAN_VRRP_ADP_EVT_STAT {
 typedef struct ZAN_VRRP_ADP_DROP_STAT {
     uint32_t ulShortMsg;   /* fewer than 20 bytes delivered */
     uint32_t ulBadMsgLen;  /* usMsgLen below 20 or beyond the delivered size */
+    uint32_t ulShortFcm;   /* flow-control message too short to hold its pid */
 } ZAN_VRRP_ADP_DROP_STAT_S;
 
 struct ZAN_VRRP_ADP {

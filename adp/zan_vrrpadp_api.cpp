@@ -37,10 +37,13 @@ ZAN_VRRP_INST_S *ZAN_VrrpAdp_FindInstByIfGroupId_(ZAN_VRRP_ADP_S *pAdp, uint32_t
 uint32_t ZAN_VrrpAdp_Subscribe(ZAN_VRRP_ADP_S *pAdp, const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_TLV_S *pSub,
                                uint32_t ulIfGroupId)
 {
-    if (pAdp == nullptr || pKey == nullptr || pSub == nullptr) {
+    if (pAdp == nullptr) {
         return ZAN_VRRP_ALL_ONES;
     }
     pAdp->stEvtStat.usSubscribe++;
+    if (pKey == nullptr || pSub == nullptr) {
+        return ZAN_VRRP_ALL_ONES;
+    }
     ZAN_VrrpAdp_TraceSub_(pAdp, 147, pKey, pSub, ulIfGroupId);
     ZAN_VRRP_INST_S *pInst = ZAN_VrrpAdp_FindInstByIfGroupId_(pAdp, ulIfGroupId);
     if (pInst == nullptr) {
@@ -61,10 +64,13 @@ uint32_t ZAN_VrrpAdp_Subscribe(ZAN_VRRP_ADP_S *pAdp, const ZAN_VRRP_TLV_S *pKey,
 uint32_t ZAN_VrrpAdp_UnSubscribe(ZAN_VRRP_ADP_S *pAdp, const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_TLV_S *pSub,
                                  uint32_t ulIfGroupId)
 {
-    if (pAdp == nullptr || pKey == nullptr || pSub == nullptr) {
+    if (pAdp == nullptr) {
         return ZAN_VRRP_ALL_ONES;
     }
     pAdp->stEvtStat.usUnSubscribe++;
+    if (pKey == nullptr || pSub == nullptr) {
+        return ZAN_VRRP_ALL_ONES;
+    }
     ZAN_VrrpAdp_TraceSub_(pAdp, 177, pKey, pSub, ulIfGroupId);
     ZAN_VRRP_INST_S *pInst = ZAN_VrrpAdp_FindInstByIfGroupId_(pAdp, ulIfGroupId);
     if (pInst == nullptr) {

@@ -118,8 +118,7 @@ uint32_t ZAN_VrrpAdp_CreateDeploy_(void *pvAdp, const void *pvRec)
 {
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
     ZAN_VRRP_DEPLOY_REC_S stRec;
-    (void)memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN);
-    if (stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
+    if (memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN) != 0u || stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
         return 0;
     }
     pAdp->stEvtStat.usCrtDeploy++;
@@ -143,8 +142,7 @@ uint32_t ZAN_VrrpAdp_DeleteDeploy_(void *pvAdp, const void *pvRec)
 {
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
     ZAN_VRRP_DEPLOY_REC_S stRec;
-    (void)memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN);
-    if (stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
+    if (memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN) != 0u || stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
         return 0;
     }
     pAdp->stEvtStat.usDelDeploy++;

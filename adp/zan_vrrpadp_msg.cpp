@@ -58,6 +58,7 @@ void ZAN_VrrpAdp_ProcAckMsg_(ZAN_VRRP_ADP_S *pAdp, ZAN_VRRP_INST_S *pInst, uint8
                              const ZAN_VRRP_MSG_DECODE_S *pDecode)
 {
     if (pInst == nullptr) {
+        // ProcMsg_ never passes one; without an instance there is nothing to count against.
         KOL_Assert(ZAN_VRRP_ADP_FILE, 513, 0);
         return;
     }
@@ -96,7 +97,8 @@ void ZAN_VrrpAdp_ProcReqMsg_(ZAN_VRRP_ADP_S *pAdp, ZAN_VRRP_INST_S *pInst, uint8
         case ZAN_VRRP_MSG_BU_BEGIN_END:
         case ZAN_VRRP_MSG_RU_DATA:
             // A self-contained update is acknowledged before it is processed, whatever the
-            // processing yields.
+            // processing yields. Its records reach the application once the update
+            // reception is in place; until then it is acknowledged and counted.
             pInst->aulSendAckCnt[pDecode->usType]++;
             ZAN_VrrpInst_SendAck(pInst, pMsg);
             break;

@@ -24,7 +24,8 @@ struct ZAN_COMP_CTX;              /* the framework's component context */
 typedef struct ZAN_VRRP_ADP ZAN_VRRP_ADP_S; /* the adapter: opaque to the application */
 
 /* A TLV as the application passes it, host byte order: type, length of the value, value.
- * Only 4 + usLen bytes are read. */
+ * Pass a whole record: the traces read the key's first five value bytes (IfIndex, VrrpId)
+ * whatever usLen says; only 4 + usLen bytes are kept. */
 typedef struct ZAN_VRRP_TLV {
     uint16_t usType;
     uint16_t usLen;

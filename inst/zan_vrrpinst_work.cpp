@@ -64,6 +64,11 @@ uint32_t ZAN_VrrpInst_Down_(void *pvInst)
         pInst->RegTmr = 0;
     }
     ZAN_VrrpInst_NotifyVrrpDown_(pInst);
+    // A work-state change made from inside pfnItemDown may have started registration again.
+    if (pInst->RegTmr != 0u) {
+        ZAN_Frame_StopTmr(pCompCtx, pInst->RegTmr);
+        pInst->RegTmr = 0;
+    }
     ZAN_VrrpInst_ClearBasicInfo_(pInst);
     ZAN_VrrpInst_ClearSubInfo_(pInst);
     ZAN_VrrpInst_ClearUnSubInfo_(pInst);

@@ -1,7 +1,7 @@
 #!/usr/bin/env bash
-# Installs what the build needs when it is missing: the host toolchain, CMake, GoogleTest
-# sources and Google Benchmark; with the argument "armhf" also the ARM cross compiler and
-# qemu-user. Needs root (apt) only when something is missing.
+# Installs what the build needs when it is missing: the host toolchain, CMake, binutils, the
+# GoogleTest sources and Google Benchmark; with the argument "armhf" also the 32-bit ARM cross
+# compiler and qemu-user. Touches apt (as root) only when something is missing; quiet otherwise.
 set -euo pipefail
 
 need=()
@@ -14,17 +14,24 @@ have_cmd make || need+=(make)
 have_cmd nm || need+=(binutils)
 [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
 have_pkg libbenchmark-dev || need+=(libbenchmark-dev)
-if [ "${1:-}" = "armhf" ]; then
-  have_cmd arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
-  have_cmd qemu-arm || need+=(qemu-user)
-fi
+case "${1:-}" in
+  "") ;;
+  armhf)
+    have_cmd arm-linux-gnueabihf-g++ || need+=(g++-arm-linux-gnueabihf)
+    have_cmd arm-linux-gnueabihf-nm || need+=(binutils-arm-linux-gnueabihf)
+    have_cmd qemu-arm || need+=(qemu-user)
+    ;;
+  *) echo "usage: $0 [armhf]" >&2; exit 2 ;;
+esac
 
 [ ${#need[@]} -eq 0 ] && exit 0
 if [ "$(id -u)" -ne 0 ] || ! have_cmd apt-get; then
-  echo "missing packages: ${need[*]} (install them as root with apt-get)" >&2
+  echo "missing packages: ${need[*]}" >&2
+  echo "install them as root: apt-get update && apt-get install -y ${need[*]}" >&2
   exit 1
 fi
 echo "installing: ${need[*]}"
 export DEBIAN_FRONTEND=noninteractive
-apt-get update -qq
-apt-get install -y -qq "${need[@]}" >/dev/null
+apt_opts=(-qq -o DPkg::Lock::Timeout=600)
+apt-get "${apt_opts[@]}" update
+apt-get "${apt_opts[@]}" install -y "${need[@]}" >/dev/null

@@ -1,12 +1,18 @@
-# Fails unless the defined functions exported by the library are exactly the seven calls.
-execute_process(COMMAND ${NM} -D --defined-only ${LIB} OUTPUT_VARIABLE out RESULT_VARIABLE rc)
+# Fails unless the functions exported by the library are exactly the seven application calls.
+# cmake -DNM=<nm> -DLIB=<libzan_vrrp_lib.so> -P check_exports.cmake
+if(NOT NM OR NOT LIB)
+  message(FATAL_ERROR "usage: cmake -DNM=<nm> -DLIB=<shared library> -P check_exports.cmake")
+endif()
+execute_process(COMMAND ${NM} -D --defined-only ${LIB} OUTPUT_VARIABLE out ERROR_VARIABLE err RESULT_VARIABLE rc)
 if(NOT rc EQUAL 0)
-  message(FATAL_ERROR "nm failed on ${LIB}")
+  message(FATAL_ERROR "${NM} failed on ${LIB}: ${err}")
 endif()
 string(REPLACE "\n" ";" lines "${out}")
 set(found "")
 foreach(line ${lines})
-  if(line MATCHES "^[0-9a-fA-F]+ [TtWw] (.+)$")
+  # Code symbols: text (T/t), weak (W/w) and indirect functions (i). Data symbols such as
+  # __bss_start, _edata and _end are not functions and are not looked at.
+  if(line MATCHES "^[0-9a-fA-F]+ [TtWwi] (.+)$")
     set(sym "${CMAKE_MATCH_1}")
     if(NOT sym MATCHES "^_(init|fini)$")
       list(APPEND found ${sym})
@@ -18,6 +24,17 @@ set(want ZAN_VrrpAdp_DeInit ZAN_VrrpAdp_Get ZAN_VrrpAdp_RegCallBack ZAN_VrrpAdp_
     ZAN_VrrpAdp_SetWorkState ZAN_VrrpAdp_Subscribe ZAN_VrrpAdp_UnSubscribe)
 list(SORT want)
 if(NOT found STREQUAL want)
-  message(FATAL_ERROR "exported functions: ${found}\nexpected: ${want}")
+  set(extra ${found})
+  list(REMOVE_ITEM extra ${want})
+  set(missing ${want})
+  if(found)
+    list(REMOVE_ITEM missing ${found})
+  endif()
+  list(JOIN found " " found_text)
+  list(JOIN extra " " extra_text)
+  list(JOIN missing " " missing_text)
+  message(FATAL_ERROR "${LIB} exports functions: ${found_text}\n"
+                      "not expected: ${extra_text}\nmissing: ${missing_text}")
 endif()
-message(STATUS "exports ok: ${found}")
+list(JOIN found " " found_text)
+message(STATUS "exports ok: ${found_text}")

@@ -12,6 +12,13 @@ void ItemDownTurnsWorkOff(const void *, uint32_t)
     ZAN_VrrpAdp_SetWorkState(g_adp, 0);
 }
 
+void ItemDownTogglesWork(const void *, uint32_t)
+{
+    g_itemDowns++;
+    ZAN_VrrpAdp_SetWorkState(g_adp, 0);
+    ZAN_VrrpAdp_SetWorkState(g_adp, 1);
+}
+
 std::vector<uint8_t> Header(uint8_t flags, uint8_t type)
 {
     std::vector<uint8_t> m(20, 0);
@@ -21,14 +28,17 @@ std::vector<uint8_t> Header(uint8_t flags, uint8_t type)
     return m;
 }
 
-class Reentry : public libtest::LibTest {};
+class Reentry : public libtest::LibTest {
+protected:
+    void Subscribed(void (*itemDown)(const void *, uint32_t));
+};
 
-TEST_F(Reentry, WorkOffFromInsideItemDownReportsEveryItemOnce)
+void Reentry::Subscribed(void (*itemDown)(const void *, uint32_t))
 {
     g_adp = adp;
     g_itemDowns = 0;
     ZAN_VRRP_CALLBACK_S cb = libtest::AllCallbacks();
-    cb.pfnItemDown = ItemDownTurnsWorkOff;
+    cb.pfnItemDown = itemDown;
     ASSERT_EQ(ZAN_VrrpAdp_RegCallBack(adp, &cb), 0u);
     ASSERT_EQ(libtest::CreateDeploy(0x10, 1), 0u);
     ASSERT_TRUE(host::DeliverMsg(0x10, Header(0x81, ZAN_VRRP_MSG_REGISTER)));
@@ -39,8 +49,13 @@ TEST_F(Reentry, WorkOffFromInsideItemDownReportsEveryItemOnce)
     }
     ASSERT_TRUE(host::RunFlush());
     ASSERT_TRUE(host::DeliverMsg(0x10, Header(0x81, ZAN_VRRP_MSG_SUBSCRIBE)));
+    ASSERT_EQ(libtest::Inst(0x10)->stSubItemTree.ulCount, 3u);
+}
+
+TEST_F(Reentry, WorkOffFromInsideItemDownReportsEveryItemOnce)
+{
+    Subscribed(ItemDownTurnsWorkOff);
     ZAN_VRRP_INST_S *inst = libtest::Inst(0x10);
-    ASSERT_EQ(inst->stSubItemTree.ulCount, 3u);
 
     ASSERT_TRUE(host::RunDown(0x10));
     EXPECT_EQ(g_itemDowns, 3);
@@ -48,6 +63,19 @@ TEST_F(Reentry, WorkOffFromInsideItemDownReportsEveryItemOnce)
     EXPECT_EQ(WUX_RBT_FirstNode(&inst->stSubItemTree), nullptr);
     EXPECT_EQ(inst->bWorkOn, 0u);
     EXPECT_EQ(inst->bDownBusy, 0u);
+    EXPECT_EQ(host::Faults(), 0u);
+}
+
+// Work turned off and on again inside the callback: the down still ends with no timer
+// running, so deleting the instance afterwards leaves nothing that could fire on it.
+TEST_F(Reentry, WorkToggledInsideItemDownLeavesNoTimer)
+{
+    Subscribed(ItemDownTogglesWork);
+    ASSERT_TRUE(host::RunDown(0x10));
+    EXPECT_EQ(g_itemDowns, 3);
+    EXPECT_TRUE(host::RunningTimerPeriods().empty());
+    EXPECT_EQ(libtest::DeleteDeploy(0x10, 1), 0u);
+    host::Advance(10000);
     EXPECT_EQ(host::Faults(), 0u);
 }
 

@@ -70,6 +70,7 @@ const Scalar<Adp> kAdpScalars[] = {
     {"Evt.DelInst", [](const Adp &a) -> uint32_t { return a.stEvtStat.usDelInst; }},
     {"Drop.Short", [](const Adp &a) -> uint32_t { return a.stDropStat.ulShortMsg; }},
     {"Drop.BadLen", [](const Adp &a) -> uint32_t { return a.stDropStat.ulBadMsgLen; }},
+    {"Drop.ShortFcm", [](const Adp &a) -> uint32_t { return a.stDropStat.ulShortFcm; }},
     {"WorkOn", [](const Adp &a) -> uint32_t { return a.bWorkOn; }},
     {"DebugOn", [](const Adp &a) -> uint32_t { return a.bDebugOn; }},
     {"Deploys", [](const Adp &a) -> uint32_t { return CountList(a.stDeployList); }},

@@ -27,12 +27,6 @@ uint32_t ZAN_VrrpAdp_DeInitInst_(void *pvInst)
     return 0;
 }
 
-void ZAN_VrrpAdp_ListInit_(ZAN_LIST_LINK_S *pHead)
-{
-    pHead->pNext = pHead;
-    pHead->pPrev = pHead;
-}
-
 // After a failed initialisation nothing may reach the context that is about to be freed:
 // registrations are withdrawn and the memory handle (which holds no block yet) is ended.
 void ZAN_VrrpAdp_UndoInit_(ZAN_VRRP_ADP_S *pAdp, ZAN_COMP_CTX_S *pCompCtx)
@@ -102,7 +96,7 @@ uint32_t ZAN_VrrpAdp_Init_(ZAN_VRRP_ADP_S *pAdp, ZAN_COMP_CTX_S *pCompCtx)
     if (ulRet != 0u) {
         return 1;
     }
-    ZAN_VrrpAdp_ListInit_(&pAdp->stDeployList);
+    ZAN_VrrpAdp_ListInit(&pAdp->stDeployList);
     pAdp->bWorkOn = 1;
     return 0;
 }

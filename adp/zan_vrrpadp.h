@@ -170,6 +170,13 @@ ZAN_VRRP_DEPLOY_NODE_S *ZAN_VrrpAdp_FindDeployRel_(ZAN_LIST_LINK_S *pHead, const
 uint32_t ZAN_VrrpAdp_IsDeployRelOfPidEmpty_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid);
 struct ZAN_VRRP_INST *ZAN_VrrpAdp_FindInstByIfGroupId_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulIfGroupId);
 
+/* Makes a circular list empty: the head points at itself. */
+static inline void ZAN_VrrpAdp_ListInit(ZAN_LIST_LINK_S *pHead)
+{
+    pHead->pNext = pHead;
+    pHead->pPrev = pHead;
+}
+
 /* The deploy node of a list link. */
 static inline ZAN_VRRP_DEPLOY_NODE_S *ZAN_VrrpAdp_NodeOfLink(ZAN_LIST_LINK_S *pLink)
 {

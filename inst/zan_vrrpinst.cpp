@@ -73,6 +73,8 @@ void ZAN_VrrpInst_FreeItems_(ZAN_RBT_HEAD_S *pTree, bool bOnlyState, uint8_t ucS
     }
 }
 
+}  // namespace
+
 void ZAN_VrrpInst_StopTmr_(ZAN_VRRP_INST_S *pInst, uint32_t *pulTmr)
 {
     if (*pulTmr != 0u) {
@@ -80,8 +82,6 @@ void ZAN_VrrpInst_StopTmr_(ZAN_VRRP_INST_S *pInst, uint32_t *pulTmr)
         *pulTmr = 0;
     }
 }
-
-}  // namespace
 
 const ZAN_COMP_INST_VOPS_S g_stZanVrrpInstVOps = {
     {ZAN_VrrpInst_Up_, ZAN_VrrpInst_Down_, nullptr, nullptr, nullptr, nullptr}};

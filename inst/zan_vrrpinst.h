@@ -113,6 +113,9 @@ static inline ZAN_COMP_CTX_S *ZAN_VrrpInst_Ctx(const ZAN_VRRP_INST_S *pInst)
 #define ZAN_VRRP_INST_TRACE(pInst, line, ...) \
     ZAN_VrrpAdp_Trace((pInst)->pAdp, ZAN_VRRP_INST_MODULE, (line), __VA_ARGS__)
 
+/* Stops one of the instance's timers if it runs and clears its handle. */
+void ZAN_VrrpInst_StopTmr_(ZAN_VRRP_INST_S *pInst, uint32_t *pulTmr);
+
 /* Record and items. */
 uint32_t ZAN_VrrpInst_Init(ZAN_VRRP_INST_S *pInst, ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t ulIfGroupId);
 uint32_t ZAN_VrrpInst_DeInit(void *pInst);

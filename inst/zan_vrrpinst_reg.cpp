@@ -84,10 +84,7 @@ uint32_t ZAN_VrrpInst_Register_(ZAN_VRRP_INST_S *pInst)
         return 0;
     }
     ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
-    if (pInst->RegTmr != 0u) {
-        ZAN_Frame_StopTmr(pCompCtx, pInst->RegTmr);
-        pInst->RegTmr = 0;
-    }
+    ZAN_VrrpInst_StopTmr_(pInst, &pInst->RegTmr);
     ZAN_VrrpInst_SendRegisterMsg_(pInst, pCompCtx);
     pInst->RegTmr = ZAN_Frame_StartLoopTmr(pCompCtx, ZAN_VrrpInst_RegTimeOut_, ZAN_VRRP_REG_TMR_MS, pInst);
     if (pInst->RegTmr == 0u) {

@@ -131,11 +131,7 @@ void ZAN_VrrpInst_SideTimeOut_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_SUB_SIDE_S
         return;
     }
     if (ZAN_VrrpInst_SendSideMsg_(pInst, pSide, pCompCtx, SUB_ITEM_STATE_SENT) == 1u) {
-        uint32_t *pulTmr = &(pInst->*(pSide->pTmr));
-        if (*pulTmr != 0u) {
-            ZAN_Frame_StopTmr(pCompCtx, *pulTmr);
-            *pulTmr = 0;
-        }
+        ZAN_VrrpInst_StopTmr_(pInst, &(pInst->*(pSide->pTmr)));
     }
 }
 

@@ -59,16 +59,10 @@ uint32_t ZAN_VrrpInst_Down_(void *pvInst)
     // the items this one is still walking.
     pInst->bDownBusy = 1;
     ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
-    if (pInst->RegTmr != 0u) {
-        ZAN_Frame_StopTmr(pCompCtx, pInst->RegTmr);
-        pInst->RegTmr = 0;
-    }
+    ZAN_VrrpInst_StopTmr_(pInst, &pInst->RegTmr);
     ZAN_VrrpInst_NotifyVrrpDown_(pInst);
     // A work-state change made from inside pfnItemDown may have started registration again.
-    if (pInst->RegTmr != 0u) {
-        ZAN_Frame_StopTmr(pCompCtx, pInst->RegTmr);
-        pInst->RegTmr = 0;
-    }
+    ZAN_VrrpInst_StopTmr_(pInst, &pInst->RegTmr);
     ZAN_VrrpInst_ClearBasicInfo_(pInst);
     ZAN_VrrpInst_ClearSubInfo_(pInst);
     ZAN_VrrpInst_ClearUnSubInfo_(pInst);

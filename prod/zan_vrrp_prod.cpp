@@ -29,12 +29,6 @@ enum : uint32_t {
     LINE_FLUSH_NG = 1610,
 };
 
-void ZAN_VrrpProd_ListInit_(ZAN_LIST_LINK_S *pHead)
-{
-    pHead->pNext = pHead;
-    pHead->pPrev = pHead;
-}
-
 // The pending step of the current state is repeated; the state is not changed.
 uint32_t ZAN_VrrpProd_ReDo_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 {
@@ -107,8 +101,8 @@ uint32_t ZAN_VrrpProd_Init(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, con
     pProd->Name = pCfg->pcName;
     pProd->bBNotifyDataEnd = 0;
     ZAN_VrrpInst_InitTree_(&pProd->stPartTree);
-    ZAN_VrrpProd_ListInit_(&pProd->stPartList);
-    ZAN_VrrpProd_ListInit_(&pProd->stWaitAckList);
+    ZAN_VrrpAdp_ListInit(&pProd->stPartList);
+    ZAN_VrrpAdp_ListInit(&pProd->stWaitAckList);
     pProd->tran = 1;
     pProd->seq = 1;
     pProd->tmr = 0;
@@ -135,10 +129,7 @@ uint32_t ZAN_VrrpProd_ChgState_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst
 uint32_t ZAN_VrrpProd_StartTmr_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, uint32_t ulPeriodMs)
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
-    if (pProd->tmr != 0u) {
-        ZAN_Frame_StopTmr(pCompCtx, pProd->tmr);
-        pProd->tmr = 0;
-    }
+    ZAN_VrrpProd_StopTmr_(pCompCtx, pInst);
     pProd->tmr = ZAN_Frame_StartLoopTmr(pCompCtx, ZAN_VrrpProd_OnTmrTO_, ulPeriodMs, pInst);
     if (pProd->tmr == 0u) {
         pInst->stErrStat.usCrtTmr++;

@@ -75,9 +75,12 @@ void ZAN_VrrpAdp_ProcAckMsg_(ZAN_VRRP_ADP_S *pAdp, ZAN_VRRP_INST_S *pInst, uint8
         case ZAN_VRRP_MSG_UNSUBSCRIBE:
             ZAN_VrrpInst_ProcUnSubAck(pInst, pMsg, pDecode);
             break;
+        case ZAN_VRRP_MSG_NOTIFY_EVENT:
+            ZAN_VrrpInst_ProcNotifyAck(pInst, pMsg, pDecode);
+            break;
         default:
-            // AddProducer, BNBegin, BNEnd, RNData and NotifyEvent acknowledgements
-            // are counted only until their exchanges are handled.
+            // AddProducer, BNBegin, BNEnd and RNData acknowledgements are counted only until the
+            // producer handles its exchanges.
             break;
     }
     pAdp->aulRcvAckCnt[ZAN_VrrpAdp_TypeIndex_(pDecode->usType)]++;
@@ -93,19 +96,38 @@ void ZAN_VrrpAdp_ProcReqMsg_(ZAN_VRRP_ADP_S *pAdp, ZAN_VRRP_INST_S *pInst, uint8
     ZAN_VrrpAdp_Trace(pAdp, ZAN_VRRP_ADP_MODULE, 578, "vrrp-adp receive req message, msgtype[%u].",
                       (uint32_t)pDecode->usType);
 
+    // A begin or end of a batch is acknowledged once the consumer accepts it, a batch's data
+    // never; a self-contained update is acknowledged before it is parsed, so that the echo
+    // carries the bytes as received, whatever the parsing yields.
     switch (pDecode->usType) {
+        case ZAN_VRRP_MSG_BU_BEGIN:
+            if (ZAN_VrrpInst_ProcBatchBegin(pInst, pMsg, pDecode) == 0u) {
+                pInst->aulSendAckCnt[ZAN_VRRP_MSG_BU_BEGIN]++;
+                ZAN_VrrpInst_SendAck(pInst, pMsg);
+            }
+            break;
+        case ZAN_VRRP_MSG_BU_DATA:
+            ZAN_VrrpInst_ProcBatchData(pInst, pMsg, pDecode);
+            break;
+        case ZAN_VRRP_MSG_BU_END:
+            if (ZAN_VrrpInst_ProcBatchEnd(pInst, pMsg, pDecode) == 0u) {
+                pInst->aulSendAckCnt[ZAN_VRRP_MSG_BU_END]++;
+                ZAN_VrrpInst_SendAck(pInst, pMsg);
+            }
+            break;
         case ZAN_VRRP_MSG_BU_BEGIN_END:
-        case ZAN_VRRP_MSG_RU_DATA:
-            // A self-contained update is acknowledged before it is processed, whatever the
-            // processing yields. Its records reach the application once the update
-            // reception is in place; until then it is acknowledged and counted.
-            pInst->aulSendAckCnt[pDecode->usType]++;
+            pInst->aulSendAckCnt[ZAN_VRRP_MSG_BU_BEGIN_END]++;
             ZAN_VrrpInst_SendAck(pInst, pMsg);
+            ZAN_VrrpInst_ProcBatchBeginEnd(pInst, pMsg, pDecode);
+            break;
+        case ZAN_VRRP_MSG_RU_DATA:
+            pInst->aulSendAckCnt[ZAN_VRRP_MSG_RU_DATA]++;
+            ZAN_VrrpInst_SendAck(pInst, pMsg);
+            ZAN_VrrpInst_ProcRealUpdate(pInst, pMsg, pDecode);
             break;
         default:
-            // BUBegin and BUEnd are acknowledged only once the consumer accepts them, BUData
-            // never; NotifyEvent requests are answered by the producer. Until those handlers
-            // are in place such requests are counted only.
+            // NotifyEvent requests are the producer's to answer; until it handles them they are
+            // counted only, like the types that have no handler.
             break;
     }
     pAdp->aulRcvReqCnt[ZAN_VrrpAdp_TypeIndex_(pDecode->usType)]++;

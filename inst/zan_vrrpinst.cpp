@@ -54,6 +54,16 @@ ZAN_VRRP_SUB_ITEM_S *ZAN_VrrpInst_NewItem_(ZAN_VRRP_INST_S *pInst, const uint8_t
     return pItem;
 }
 
+// The trace of an add that found the item in the other group; that item is already freed, as
+// the trace hands control to the application. Non-zero when the application took the instance
+// down meanwhile: the add is then ignored, as every add to an unregistered instance is.
+uint32_t ZAN_VrrpInst_TraceAdd_(ZAN_VRRP_INST_S *pInst, uint32_t ulLine, const char *pcText)
+{
+    const uint32_t ulDownCnt = pInst->ulDownCnt;
+    ZAN_VRRP_INST_TRACE(pInst, ulLine, "%s", pcText);
+    return (pInst->ulDownCnt != ulDownCnt) ? 1u : 0u;
+}
+
 void ZAN_VrrpInst_FreeItem_(ZAN_RBT_HEAD_S *pTree, ZAN_RBT_NODE_S *pNode, uint32_t ulLine)
 {
     WUX_RBT_RemoveNode(pTree, pNode);
@@ -111,8 +121,14 @@ uint32_t ZAN_VrrpInst_Init(ZAN_VRRP_INST_S *pInst, ZAN_VRRP_ADP_S *pAdp, uint32_
     return 0;
 }
 
-uint32_t ZAN_VrrpInst_DeInit(void *pInst)
+// Runs only right before the instance is freed. From then on a work-state change made from a
+// callback (of this down, or of the producer's release that follows) starts nothing on it.
+uint32_t ZAN_VrrpInst_DeInit(void *pvInst)
 {
+    ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
+    if (pInst != nullptr) {
+        pInst->bEnding = 1;
+    }
     return ZAN_VrrpInst_Down_(pInst);
 }
 
@@ -144,8 +160,10 @@ uint32_t ZAN_VrrpInst_AddSubItem(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *p
     }
     ZAN_RBT_NODE_S *pOther = ZAN_RBT_LookupNode(&pInst->stUnSubItemTree, aucItemKey, ZAN_VrrpInst_SubItemCmpKey_);
     if (pOther != nullptr) {
-        ZAN_VRRP_INST_TRACE(pInst, 244, "vrrp-inst add subscribe item, find item in unsubscibe group.");
         ZAN_VrrpInst_FreeItem_(&pInst->stUnSubItemTree, pOther, LINE_FREE_UNSUB);
+        if (ZAN_VrrpInst_TraceAdd_(pInst, 244, "vrrp-inst add subscribe item, find item in unsubscibe group.") != 0u) {
+            return 0;
+        }
     }
     ZAN_VRRP_SUB_ITEM_S *pItem = ZAN_VrrpInst_NewItem_(pInst, aucItemKey, LINE_MALLOC_SUB);
     if (pItem == nullptr) {
@@ -172,8 +190,10 @@ uint32_t ZAN_VrrpInst_AddUnSubItem(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S 
     }
     ZAN_RBT_NODE_S *pOther = ZAN_RBT_LookupNode(&pInst->stSubItemTree, aucItemKey, ZAN_VrrpInst_SubItemCmpKey_);
     if (pOther != nullptr) {
-        ZAN_VRRP_INST_TRACE(pInst, 300, "vrrp-inst add unsubscribe item, find item in subscribe group.");
         ZAN_VrrpInst_FreeItem_(&pInst->stSubItemTree, pOther, LINE_FREE_SUB);
+        if (ZAN_VrrpInst_TraceAdd_(pInst, 300, "vrrp-inst add unsubscribe item, find item in subscribe group.") != 0u) {
+            return 0;
+        }
     }
     ZAN_VRRP_SUB_ITEM_S *pItem = ZAN_VrrpInst_NewItem_(pInst, aucItemKey, LINE_MALLOC_UNSUB);
     if (pItem == nullptr) {

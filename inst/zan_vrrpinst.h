@@ -24,6 +24,7 @@ enum {
 
 #define ZAN_VRRP_FC_STATE_NONE 2u      /* nothing held back */
 #define ZAN_VRRP_REG_TMR_MS 500u
+#define ZAN_VRRP_NOTIFY_TMR_MS 3000u
 #define ZAN_VRRP_ITEM_KEY_LEN 32u
 #define ZAN_VRRP_ITEM_TLV_AREA 16u
 
@@ -60,6 +61,14 @@ typedef struct ZAN_VRRP_INST_EVT_STAT {
     uint16_t usReNotify;
 } ZAN_VRRP_INST_EVT_STAT_S;
 
+/* Not in the display: records the receive path refused as malformed, by reason. Each refusal
+ * also counts GenKey, the display's count of malformed records. */
+typedef struct ZAN_VRRP_INST_DROP_STAT {
+    uint32_t ulRecPastEnd; /* a record, its key TLV or its data TLV would run past usMsgLen */
+    uint32_t ulRecType;    /* a record type other than 3002, 3003 and 3004 */
+    uint32_t ulRecLen;     /* a record length too short for the record's own key and data TLVs */
+} ZAN_VRRP_INST_DROP_STAT_S;
+
 struct ZAN_VRRP_PROD;
 
 typedef struct ZAN_VRRP_INST {
@@ -73,7 +82,8 @@ typedef struct ZAN_VRRP_INST {
     uint8_t ucSubFcState : 2;
     uint8_t ucUnSubFcState : 2;
     uint8_t bWorkOn : 1;
-    uint8_t bDownBusy : 1; /* a Down_ is running: a nested one (from a callback) does nothing */
+    uint8_t bDownBusy : 1; /* a Down_ is running: see ZAN_VrrpInst_Down_ */
+    uint8_t bEnding;       /* ZAN_VrrpInst_DeInit has run: the instance is about to be freed */
     uint32_t State;
     ZAN_RBT_HEAD_S stSubItemTree;
     uint32_t SubTmr;
@@ -93,6 +103,11 @@ typedef struct ZAN_VRRP_INST {
     ZAN_VRRP_INST_ERR_STAT_S stErrStat;
     ZAN_VRRP_INST_EVT_STAT_S stEvtStat;
     struct ZAN_VRRP_PROD *pProd;
+    ZAN_VRRP_INST_DROP_STAT_S stDropStat;
+    /* Downs so far. A step that hands control to the application compares it before and after
+     * the call: when the application took the instance down meanwhile, that down ended the step
+     * and the rest of it is not done. */
+    uint32_t ulDownCnt;
 } ZAN_VRRP_INST_S;
 
 /* A subscription item: tree node, 32-byte key (key TLV area, subscription TLV area), state. */
@@ -149,6 +164,20 @@ uint32_t ZAN_VrrpInst_SendSubscribeMsg_(ZAN_VRRP_INST_S *pInst, ZAN_COMP_CTX_S *
 uint32_t ZAN_VrrpInst_SendUnSubscribeMsg_(ZAN_VRRP_INST_S *pInst, ZAN_COMP_CTX_S *pCompCtx, uint8_t ucState);
 void ZAN_VrrpInst_ProcSubAck(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode);
 void ZAN_VrrpInst_ProcUnSubAck(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode);
+
+/* Batch and real-time update reception. */
+uint32_t ZAN_VrrpInst_ProcBatchBegin(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode);
+void ZAN_VrrpInst_ProcBatchData(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode);
+uint32_t ZAN_VrrpInst_ProcBatchEnd(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode);
+void ZAN_VrrpInst_ProcBatchBeginEnd(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode);
+void ZAN_VrrpInst_ProcRealUpdate(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode);
+void ZAN_VrrpInst_ParseDataMsg_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg);
+
+/* Notify events: a broken batch reported to the VRRP component. */
+void ZAN_VrrpInst_NotifyEvent_SeqErr_(ZAN_VRRP_INST_S *pInst, uint32_t ulSeqNum);
+void ZAN_VrrpInst_SendNotifyEventMsg_(ZAN_VRRP_INST_S *pInst);
+void ZAN_VrrpInst_NotifyTimeOut_(void *pInst, uint32_t ulTmrVal, ZAN_COMP_CTX_S *pCompCtx);
+void ZAN_VrrpInst_ProcNotifyAck(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode);
 
 /* Down, work state, flow control and flush. */
 uint32_t ZAN_VrrpInst_Down_(void *pInst);

@@ -60,10 +60,12 @@ void ZAN_VrrpInst_SendRegisterMsg_(ZAN_VRRP_INST_S *pInst, ZAN_COMP_CTX_S *pComp
     ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_MSGLEN, ZAN_VRRP_MSG_HDR_LEN);
     pMsg[ZAN_VRRP_HDR_FLAGS] = ZAN_VRRP_FLAG_BASE;
     pMsg[ZAN_VRRP_HDR_TYPE] = ZAN_VRRP_MSG_REGISTER;
-    ZAN_VrrpInst_SendMsg_(pInst, pMsg);
-    ZAN_VRRP_INST_TRACE(pInst, 701, "vrrp-inst send register message, pid[0x%x].", pInst->stInstHead.ulPid);
+    // The state is settled before the send and its trace can hand control to the application:
+    // a down made from there must find the instance registering and leave it unregistered.
     pInst->State = VRRP_INST_STATE_REGING;
     pInst->aulSendReqCnt[ZAN_VRRP_MSG_REGISTER]++;
+    ZAN_VrrpInst_SendMsg_(pInst, pMsg);
+    ZAN_VRRP_INST_TRACE(pInst, 701, "vrrp-inst send register message, pid[0x%x].", pInst->stInstHead.ulPid);
 }
 
 void ZAN_VrrpInst_RegTimeOut_(void *pvInst, uint32_t ulTmrVal, ZAN_COMP_CTX_S *pCompCtx)
@@ -85,7 +87,14 @@ uint32_t ZAN_VrrpInst_Register_(ZAN_VRRP_INST_S *pInst)
     }
     ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
     ZAN_VrrpInst_StopTmr_(pInst, &pInst->RegTmr);
+    const uint32_t ulDownCnt = pInst->ulDownCnt;
     ZAN_VrrpInst_SendRegisterMsg_(pInst, pCompCtx);
+    if (pInst->ulDownCnt != ulDownCnt) {
+        // The application took the instance down from a callback of the send (pfnMsgAllocFail,
+        // a trace): that ended this registration, and one it started again there keeps its own
+        // timer, which must not be overwritten.
+        return 0;
+    }
     pInst->RegTmr = ZAN_Frame_StartLoopTmr(pCompCtx, ZAN_VrrpInst_RegTimeOut_, ZAN_VRRP_REG_TMR_MS, pInst);
     if (pInst->RegTmr == 0u) {
         pInst->stErrStat.usCrtTmr++;
@@ -110,13 +119,22 @@ void ZAN_VrrpInst_ProcRegAck(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VR
         pInst->stErrStat.usNoRegTmr++;
     }
     pInst->State = VRRP_INST_STATE_REGED;
+    // The trace and the callback hand control to the application; a down made there ends the
+    // registration, and nothing of it is continued afterwards.
+    const uint32_t ulDownCnt = pInst->ulDownCnt;
     ZAN_VRRP_INST_TRACE(pInst, 153, "vrrp-inst receive regist ack, begin batch subscribe.");
+    if (pInst->ulDownCnt != ulDownCnt) {
+        return;
+    }
     // A required slot; an application that left it empty is told through the assertion
     // rather than by a crash. It may subscribe from inside the callback: State is already 2.
     if (pInst->pAdp->stCallBack.pfnRegAck != nullptr) {
         pInst->pAdp->stCallBack.pfnRegAck(pInst->IfGroupId, ZAN_VrrpInst_Handle_(pInst));
     } else {
         KOL_Assert(ZAN_VRRP_INST_FILE, LINE_ASSERT_REGACK_CB, 0);
+    }
+    if (pInst->ulDownCnt != ulDownCnt) {
+        return;
     }
     ZAN_VrrpInst_Subscribe_(pInst);
 }
@@ -127,7 +145,11 @@ uint32_t ZAN_VrrpInst_Up_(void *pvInst)
     if (pInst == nullptr) {
         return 0;
     }
+    const uint32_t ulDownCnt = pInst->ulDownCnt;
     ZAN_VRRP_INST_TRACE(pInst, 528, "vrrp-inst up, pid[0x%x].", pInst->stInstHead.ulPid);
+    if (pInst->ulDownCnt != ulDownCnt) {
+        return 0;  // the application changed the work state from the trace, which did the rest
+    }
     (void)ZAN_VrrpInst_Register_(pInst);
     (void)ZAN_VrrpProd_OnVrrpUp(ZAN_VrrpInst_Ctx(pInst), pInst);
     return 0;

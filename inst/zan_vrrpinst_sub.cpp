@@ -86,12 +86,14 @@ uint32_t ZAN_VrrpInst_SendSideMsg_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_SUB_SI
                                                                   ZAN_VRRP_SUB_MSG_MAX, ZAN_VRRP_INST_FILE,
                                                                   pSide->ulAllocLine));
     if (pMsg == nullptr) {
-        ZAN_VrrpInst_AllocFail_(pInst, 1);
+        // Held back before pfnMsgAllocFail runs, so that whatever the application does from
+        // there finds it held back.
         if (bSub) {
             pInst->ucSubFcState = ucState;
         } else {
             pInst->ucUnSubFcState = ucState;
         }
+        ZAN_VrrpInst_AllocFail_(pInst, 1);
         return 0;
     }
     if (bSub) {
@@ -159,19 +161,25 @@ uint32_t ZAN_VrrpInst_SendUnSubscribeMsg_(ZAN_VRRP_INST_S *pInst, ZAN_COMP_CTX_S
     return ZAN_VrrpInst_SendSideMsg_(pInst, &g_stUnSubSide, pCompCtx, ucState);
 }
 
+// Traces, pfnMsgAllocFail and a failed send hand control to the application. A down made
+// there ends the exchange (items freed, timer stopped), and the step does not go on with it.
 void ZAN_VrrpInst_Subscribe_(ZAN_VRRP_INST_S *pInst)
 {
+    const uint32_t ulDownCnt = pInst->ulDownCnt;
     ZAN_VRRP_INST_TRACE(pInst, 715, "vrrp-inst try to subscribe.");
-    if (pInst->SubTmr != 0u) {
+    if (pInst->SubTmr != 0u || pInst->ulDownCnt != ulDownCnt) {
         return;  // an exchange is in flight; later items follow its acknowledgement
     }
     ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
     if (ZAN_VrrpInst_SendSubscribeMsg_(pInst, pCompCtx, SUB_ITEM_STATE_INIT) == 0u) {
+        if (pInst->ulDownCnt != ulDownCnt) {
+            return;
+        }
         pInst->SubTmr = ZAN_Frame_StartLoopTmr(pCompCtx, ZAN_VrrpInst_SubTimeOut_, ZAN_VRRP_SUB_TMR_MS, pInst);
-        ZAN_VRRP_INST_TRACE(pInst, 728, "vrrp-inst start timer for subscribe.");
         if (pInst->SubTmr == 0u) {
             pInst->stErrStat.usCrtTmr++;
         }
+        ZAN_VRRP_INST_TRACE(pInst, 728, "vrrp-inst start timer for subscribe.");
     } else {
         ZAN_VRRP_INST_TRACE(pInst, 723, "vrrp-inst nothing to subscribe for init state item.");
     }
@@ -183,7 +191,9 @@ void ZAN_VrrpInst_UnSubscribe_(ZAN_VRRP_INST_S *pInst)
         return;
     }
     ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
-    if (ZAN_VrrpInst_SendUnSubscribeMsg_(pInst, pCompCtx, SUB_ITEM_STATE_INIT) == 0u) {
+    const uint32_t ulDownCnt = pInst->ulDownCnt;
+    if (ZAN_VrrpInst_SendUnSubscribeMsg_(pInst, pCompCtx, SUB_ITEM_STATE_INIT) == 0u &&
+        pInst->ulDownCnt == ulDownCnt) {
         pInst->UnSubTmr = ZAN_Frame_StartLoopTmr(pCompCtx, ZAN_VrrpInst_UnSubTimeOut_, ZAN_VRRP_SUB_TMR_MS, pInst);
         if (pInst->UnSubTmr == 0u) {
             pInst->stErrStat.usCrtTmr++;

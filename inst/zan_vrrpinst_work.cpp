@@ -55,14 +55,15 @@ uint32_t ZAN_VrrpInst_Down_(void *pvInst)
     if (pInst == nullptr || pInst->bDownBusy != 0u) {
         return 0;
     }
-    // pfnItemDown may turn the work state off; the Down_ that would nest here must not free
-    // the items this one is still walking.
+    // Until it ends, the callbacks of a down (pfnItemDown, traces) cannot bring the instance
+    // back: a nested Down_ does nothing (it must not free the items this one is walking), and
+    // a work-state change only takes effect at the next Up, so nothing is started again on an
+    // instance that is being taken down, or deleted right after.
     pInst->bDownBusy = 1;
+    pInst->ulDownCnt++;
     ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
     ZAN_VrrpInst_StopTmr_(pInst, &pInst->RegTmr);
     ZAN_VrrpInst_NotifyVrrpDown_(pInst);
-    // A work-state change made from inside pfnItemDown may have started registration again.
-    ZAN_VrrpInst_StopTmr_(pInst, &pInst->RegTmr);
     ZAN_VrrpInst_ClearBasicInfo_(pInst);
     ZAN_VrrpInst_ClearSubInfo_(pInst);
     ZAN_VrrpInst_ClearUnSubInfo_(pInst);
@@ -80,12 +81,17 @@ void ZAN_VrrpInst_SetWorkState(ZAN_VRRP_INST_S *pInst, uint32_t ulOn)
         return;
     }
     pInst->bWorkOn = bOn;
-    // While the framework does not run the instance the change waits for its next Up.
-    if (pInst->stInstHead.ulStatus != 0u) {
+    // While the framework does not run the instance, or while it is being taken down, the
+    // change waits for its next Up; an instance about to be freed has none.
+    if (pInst->stInstHead.ulStatus != 0u || pInst->bDownBusy != 0u || pInst->bEnding != 0u) {
         return;
     }
     if (bOn != 0u) {
+        const uint32_t ulDownCnt = pInst->ulDownCnt;
         (void)ZAN_VrrpInst_Register_(pInst);
+        if (pInst->ulDownCnt != ulDownCnt) {
+            return;  // the application changed the work state again from a callback, which did the rest
+        }
         (void)ZAN_VrrpProd_OnVrrpUp(ZAN_VrrpInst_Ctx(pInst), pInst);
     } else {
         (void)ZAN_VrrpInst_Down_(pInst);
@@ -114,14 +120,15 @@ uint32_t ZAN_VrrpInst_Fcm(void *pvInst)
 uint32_t ZAN_VrrpInst_Flush(void *pvInst)
 {
     ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
-    // Items added since the last flush go out together.
+    // Items added since the last flush go out together. The pending bit is cleared first: an
+    // item the application adds from a callback of the exchange marks it again for the next flush.
     if (pInst->bSubPending != 0u) {
-        ZAN_VrrpInst_Subscribe_(pInst);
         pInst->bSubPending = 0;
+        ZAN_VrrpInst_Subscribe_(pInst);
     }
     if (pInst->bUnSubPending != 0u) {
-        ZAN_VrrpInst_UnSubscribe_(pInst);
         pInst->bUnSubPending = 0;
+        ZAN_VrrpInst_UnSubscribe_(pInst);
     }
     return ZAN_VrrpProd_OnFlush(ZAN_VrrpInst_Ctx(pInst), pInst);
 }

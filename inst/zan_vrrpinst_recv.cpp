@@ -1,0 +1,192 @@
+// Batch and real-time update reception: the batch's sequence numbers are checked, and every data
+// record of BUData, BUBeginEnd and RUData is converted in place and handed to the application.
+#include "zan_vrrpinst.h"
+
+namespace {
+
+constexpr uint32_t LINE_ASSERT_RECVDATA_CB = 330;
+constexpr uint16_t ZAN_VRRP_REC_HDR_LEN = 4;   // record type, record length
+constexpr uint16_t ZAN_VRRP_TLV_HDR_LEN = 4;   // TLV type, TLV length
+constexpr uint16_t ZAN_VRRP_REC_TYPE_PLAIN = 3002;
+constexpr uint16_t ZAN_VRRP_REC_TYPE_WORD = 3003;
+constexpr uint16_t ZAN_VRRP_REC_TYPE_DWORD = 3004;
+
+// Where a record's key TLV starts: after the record header and the bytes the consumer does not
+// read (none, 4 or 8 of them). 0 for a record type the consumer does not know.
+uint32_t ZAN_VrrpInst_RecKeyOff_(uint16_t usRecType)
+{
+    switch (usRecType) {
+        case ZAN_VRRP_REC_TYPE_PLAIN:
+            return 4;
+        case ZAN_VRRP_REC_TYPE_WORD:
+            return 8;
+        case ZAN_VRRP_REC_TYPE_DWORD:
+            return 12;
+        default:
+            return 0;
+    }
+}
+
+// The bounds of a record are checked before any of it is converted or handed over. A record
+// that fails them is malformed: its reason is counted, and the parser counts GenKey and drops
+// the rest of the message as for a record whose key TLV is not the 3001/8 key.
+// - The record, its key TLV or its data TLV would run past usMsgLen: nothing beyond the
+//   received message is read.
+// - A record type other than 3002, 3003, 3004: where its key lies is unknown.
+// - A record length too short for the record's own TLVs: the next record would start inside
+//   this one, among words already converted in place.
+
+// The record header at pucRec, with ulRoom bytes left up to usMsgLen, and the key TLV header
+// lie within the message and the record. 0: *pulKeyOff and *pulRecSize (header included) set.
+uint32_t ZAN_VrrpInst_CheckRecHead_(ZAN_VRRP_INST_S *pInst, const uint8_t *pucRec, uint32_t ulRoom,
+                                    uint32_t *pulKeyOff, uint32_t *pulRecSize)
+{
+    if (ulRoom < ZAN_VRRP_REC_HDR_LEN) {
+        pInst->stDropStat.ulRecPastEnd++;
+        return 1;
+    }
+    const uint32_t ulKeyOff = ZAN_VrrpInst_RecKeyOff_(ZAN_VrrpAdp_GetBe16(pucRec));
+    if (ulKeyOff == 0u) {
+        pInst->stDropStat.ulRecType++;
+        return 1;
+    }
+    const uint32_t ulRecSize = (uint32_t)ZAN_VrrpAdp_GetBe16(pucRec + 2) + ZAN_VRRP_REC_HDR_LEN;
+    if (ulRecSize > ulRoom) {
+        pInst->stDropStat.ulRecPastEnd++;
+        return 1;
+    }
+    // From here on whatever lies within the record lies within the message.
+    if (ulKeyOff + ZAN_VRRP_TLV_HDR_LEN > ulRecSize) {
+        pInst->stDropStat.ulRecLen++;
+        return 1;
+    }
+    *pulKeyOff = ulKeyOff;
+    *pulRecSize = ulRecSize;
+    return 0;
+}
+
+// The data TLV at ulDataOff (still in network order) lies within the record.
+uint32_t ZAN_VrrpInst_CheckRecData_(ZAN_VRRP_INST_S *pInst, const uint8_t *pucRec, uint32_t ulDataOff,
+                                    uint32_t ulRecSize)
+{
+    if (ulDataOff + ZAN_VRRP_TLV_HDR_LEN > ulRecSize ||
+        ulDataOff + ZAN_VRRP_TLV_HDR_LEN + ZAN_VrrpAdp_GetBe16(pucRec + ulDataOff + 2) > ulRecSize) {
+        pInst->stDropStat.ulRecLen++;
+        return 1;
+    }
+    return 0;
+}
+
+void ZAN_VrrpInst_ToHost16_(uint8_t *p)
+{
+    ZAN_VrrpAdp_PutHost16(p, ZAN_VrrpAdp_GetBe16(p));
+}
+
+}  // namespace
+
+uint32_t ZAN_VrrpInst_ProcBatchBegin(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode)
+{
+    (void)pMsg;
+    pInst->aulRcvReqCnt[ZAN_VRRP_MSG_BU_BEGIN]++;
+    pInst->BatchSeqNum = pDecode->ulSeqNum + 1u;
+    return 0;
+}
+
+void ZAN_VrrpInst_ProcBatchData(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode)
+{
+    pInst->aulRcvReqCnt[ZAN_VRRP_MSG_BU_DATA]++;
+    if (pDecode->ulSeqNum == pInst->BatchSeqNum) {
+        // Advanced before the records are handed over: a down made from inside pfnRecvData
+        // clears the batch, and that must not be undone afterwards.
+        pInst->BatchSeqNum++;
+        ZAN_VrrpInst_ParseDataMsg_(pInst, pMsg);
+        return;
+    }
+    // The batch is broken: its records are dropped and the VRRP component is asked to start again.
+    pInst->stErrStat.usBDErrSeq++;
+    ZAN_VRRP_INST_TRACE(pInst, 341, "vrrp-inst BB data, except seqid[%u] but[%u].", pInst->BatchSeqNum,
+                        pDecode->ulSeqNum);
+    ZAN_VrrpInst_NotifyEvent_SeqErr_(pInst, pDecode->ulSeqNum);
+}
+
+uint32_t ZAN_VrrpInst_ProcBatchEnd(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode)
+{
+    (void)pMsg;
+    pInst->aulRcvReqCnt[ZAN_VRRP_MSG_BU_END]++;
+    if (pDecode->ulSeqNum == pInst->BatchSeqNum) {
+        return 0;
+    }
+    // Left unacknowledged: the VRRP component sees the batch end unconfirmed.
+    pInst->stErrStat.usBEErrSeq++;
+    ZAN_VRRP_INST_TRACE(pInst, 361, "vrrp-inst BB data, except seqid[%u] but[%u].", pInst->BatchSeqNum,
+                        pDecode->ulSeqNum);
+    ZAN_VrrpInst_NotifyEvent_SeqErr_(pInst, pDecode->ulSeqNum);
+    return ZAN_VRRP_ALL_ONES;
+}
+
+void ZAN_VrrpInst_ProcBatchBeginEnd(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode)
+{
+    (void)pDecode;
+    pInst->aulRcvReqCnt[ZAN_VRRP_MSG_BU_BEGIN_END]++;
+    ZAN_VrrpInst_ParseDataMsg_(pInst, pMsg);
+}
+
+void ZAN_VrrpInst_ProcRealUpdate(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode)
+{
+    (void)pDecode;
+    pInst->aulRcvReqCnt[ZAN_VRRP_MSG_RU_DATA]++;
+    ZAN_VrrpInst_ParseDataMsg_(pInst, pMsg);
+}
+
+// Records are handed over in any consumer state and whether or not a matching item is
+// subscribed. The receive path has made sure usMsgLen does not exceed the delivered bytes.
+void ZAN_VrrpInst_ParseDataMsg_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg)
+{
+    const uint32_t ulMsgLen = ZAN_VrrpAdp_GetBe16(pMsg + ZAN_VRRP_HDR_MSGLEN);
+    if (ulMsgLen <= ZAN_VRRP_MSG_HDR_LEN) {
+        return;
+    }
+    const uint32_t ulHandle = ZAN_VrrpInst_Ctx(pInst)->ulHandle;
+    const uint32_t ulDownCnt = pInst->ulDownCnt;
+    uint32_t ulPos = ZAN_VRRP_MSG_HDR_LEN;
+    while (ulPos < ulMsgLen) {
+        uint8_t *pucRec = pMsg + ulPos;
+        uint32_t ulKeyOff = 0;
+        uint32_t ulRecSize = 0;
+        if (ZAN_VrrpInst_CheckRecHead_(pInst, pucRec, ulMsgLen - ulPos, &ulKeyOff, &ulRecSize) != 0u) {
+            pInst->stErrStat.usGenKey++;
+            return;
+        }
+        uint8_t *pucKey = pucRec + ulKeyOff;
+        ZAN_VrrpInst_ToHost16_(pucRec);
+        ZAN_VrrpInst_ToHost16_(pucRec + 2);
+        ZAN_VrrpInst_ToHost16_(pucKey);
+        ZAN_VrrpInst_ToHost16_(pucKey + 2);
+        const uint32_t ulDataOff = ulKeyOff + ZAN_VRRP_TLV_HDR_LEN + ZAN_VRRP_KEY_TLV_LEN;
+        if (ZAN_VrrpAdp_GetHost16(pucKey) != ZAN_VRRP_KEY_TLV_TYPE ||
+            ZAN_VrrpAdp_GetHost16(pucKey + 2) != ZAN_VRRP_KEY_TLV_LEN ||
+            ZAN_VrrpInst_CheckRecData_(pInst, pucRec, ulDataOff, ulRecSize) != 0u) {
+            // The rest of the message is dropped; records already handed over stay handed over.
+            pInst->stErrStat.usGenKey++;
+            return;
+        }
+        uint8_t *pucData = pucRec + ulDataOff;
+        ZAN_VrrpInst_ToHost16_(pucData);
+        ZAN_VrrpInst_ToHost16_(pucData + 2);
+        // A required slot, read afresh for every record: the application may replace its table
+        // from inside the callback. An empty slot is reported rather than called.
+        void (*pfnRecvData)(const void *, const void *, uint32_t) = pInst->pAdp->stCallBack.pfnRecvData;
+        if (pfnRecvData == nullptr) {
+            KOL_Assert(ZAN_VRRP_INST_FILE, LINE_ASSERT_RECVDATA_CB, 0);
+            return;
+        }
+        pfnRecvData(pucKey, pucData, ulHandle);
+        if (pInst->ulDownCnt != ulDownCnt) {
+            // The application took the instance down from inside the callback and has been told
+            // that its items are down: the rest of a message received before that is not handed over.
+            return;
+        }
+        ulPos += ulRecSize;
+    }
+    pInst->stErrStat.usErrInfoNum++;
+}

@@ -5,6 +5,7 @@
 
 #include <stdarg.h>
 #include <stdint.h>
+#include <string.h>
 
 #include "../include/zan_vrrp_lib.h"
 #include "../platform/zan_platform.h"
@@ -132,15 +133,55 @@ void ZAN_VrrpAdp_Trace(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_
 void ZAN_VrrpAdp_TraceV(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_t ulLine, const char *pcFmt,
                         va_list ap);
 
-/* Byte-order helpers for unaligned buffer fields. */
-uint16_t ZAN_VrrpAdp_GetBe16(const uint8_t *p);
-uint32_t ZAN_VrrpAdp_GetBe32(const uint8_t *p);
-void ZAN_VrrpAdp_PutBe16(uint8_t *p, uint16_t v);
-void ZAN_VrrpAdp_PutBe32(uint8_t *p, uint32_t v);
-uint16_t ZAN_VrrpAdp_GetHost16(const uint8_t *p);
-uint32_t ZAN_VrrpAdp_GetHost32(const uint8_t *p);
-void ZAN_VrrpAdp_PutHost16(uint8_t *p, uint16_t v);
-void ZAN_VrrpAdp_PutHost32(uint8_t *p, uint32_t v);
+/* Byte-order helpers for unaligned buffer fields; inline, as the receive path runs them for
+ * every word of every record. */
+static inline uint16_t ZAN_VrrpAdp_GetBe16(const uint8_t *p)
+{
+    return (uint16_t)((uint16_t)(p[0] << 8) | p[1]);
+}
+
+static inline uint32_t ZAN_VrrpAdp_GetBe32(const uint8_t *p)
+{
+    return ((uint32_t)p[0] << 24) | ((uint32_t)p[1] << 16) | ((uint32_t)p[2] << 8) | (uint32_t)p[3];
+}
+
+static inline void ZAN_VrrpAdp_PutBe16(uint8_t *p, uint16_t v)
+{
+    p[0] = (uint8_t)(v >> 8);
+    p[1] = (uint8_t)v;
+}
+
+static inline void ZAN_VrrpAdp_PutBe32(uint8_t *p, uint32_t v)
+{
+    p[0] = (uint8_t)(v >> 24);
+    p[1] = (uint8_t)(v >> 16);
+    p[2] = (uint8_t)(v >> 8);
+    p[3] = (uint8_t)v;
+}
+
+static inline uint16_t ZAN_VrrpAdp_GetHost16(const uint8_t *p)
+{
+    uint16_t v;
+    memcpy(&v, p, sizeof(v));
+    return v;
+}
+
+static inline uint32_t ZAN_VrrpAdp_GetHost32(const uint8_t *p)
+{
+    uint32_t v;
+    memcpy(&v, p, sizeof(v));
+    return v;
+}
+
+static inline void ZAN_VrrpAdp_PutHost16(uint8_t *p, uint16_t v)
+{
+    memcpy(p, &v, sizeof(v));
+}
+
+static inline void ZAN_VrrpAdp_PutHost32(uint8_t *p, uint32_t v)
+{
+    memcpy(p, &v, sizeof(v));
+}
 /* Converts the five fields at offsets 8, 10, 12, 16, 18 between network and host order
  * (the conversion is its own inverse). */
 void ZAN_VrrpAdp_SwapHdrFields(uint8_t *pMsg);

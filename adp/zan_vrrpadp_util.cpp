@@ -1,7 +1,6 @@
 // Tracing convention and byte-order helpers shared by every module of the library.
 #include <cstdarg>
 #include <cstdio>
-#include <cstring>
 
 #include "zan_vrrpadp.h"
 
@@ -34,54 +33,6 @@ void ZAN_VrrpAdp_Trace(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_
     va_start(ap, pcFmt);
     ZAN_VrrpAdp_TraceV(pAdp, pcModule, ulLine, pcFmt, ap);
     va_end(ap);
-}
-
-uint16_t ZAN_VrrpAdp_GetBe16(const uint8_t *p)
-{
-    return (uint16_t)((uint16_t)(p[0] << 8) | p[1]);
-}
-
-uint32_t ZAN_VrrpAdp_GetBe32(const uint8_t *p)
-{
-    return ((uint32_t)p[0] << 24) | ((uint32_t)p[1] << 16) | ((uint32_t)p[2] << 8) | (uint32_t)p[3];
-}
-
-void ZAN_VrrpAdp_PutBe16(uint8_t *p, uint16_t v)
-{
-    p[0] = (uint8_t)(v >> 8);
-    p[1] = (uint8_t)v;
-}
-
-void ZAN_VrrpAdp_PutBe32(uint8_t *p, uint32_t v)
-{
-    p[0] = (uint8_t)(v >> 24);
-    p[1] = (uint8_t)(v >> 16);
-    p[2] = (uint8_t)(v >> 8);
-    p[3] = (uint8_t)v;
-}
-
-uint16_t ZAN_VrrpAdp_GetHost16(const uint8_t *p)
-{
-    uint16_t v;
-    std::memcpy(&v, p, sizeof(v));
-    return v;
-}
-
-uint32_t ZAN_VrrpAdp_GetHost32(const uint8_t *p)
-{
-    uint32_t v;
-    std::memcpy(&v, p, sizeof(v));
-    return v;
-}
-
-void ZAN_VrrpAdp_PutHost16(uint8_t *p, uint16_t v)
-{
-    std::memcpy(p, &v, sizeof(v));
-}
-
-void ZAN_VrrpAdp_PutHost32(uint8_t *p, uint32_t v)
-{
-    std::memcpy(p, &v, sizeof(v));
 }
 
 // Network order is big-endian; on the little-endian targets this swaps, and applying it

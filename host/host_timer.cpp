@@ -55,6 +55,16 @@ std::vector<uint32_t> RunningTimerPeriods()
     return periods;
 }
 
+std::vector<uint32_t> RunningTimerHandles()
+{
+    // The map is ordered by handle.
+    std::vector<uint32_t> handles;
+    for (const auto &entry : W().timer.timers) {
+        handles.push_back(entry.first);
+    }
+    return handles;
+}
+
 uint32_t TimerPeriod(uint32_t handle)
 {
     auto it = W().timer.timers.find(handle);

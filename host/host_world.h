@@ -81,6 +81,7 @@ bool SetStatus(uint32_t pid, uint32_t value);
 uint64_t Now();
 void Advance(uint64_t ms);                       // fires every due expiry in time order
 std::vector<uint32_t> RunningTimerPeriods();     // sorted ascending
+std::vector<uint32_t> RunningTimerHandles();     // sorted ascending
 uint32_t TimerPeriod(uint32_t handle);           // period of the running timer with handle (0: none)
 
 // Diagnostics: runs the command registered as name (e.g. "zanvrrp") for item.

@@ -1,5 +1,6 @@
 // Every allocation, message buffer and timer of a full scenario can fail: for each position
-// in turn the scenario runs with that one failure and must end with nothing held.
+// in turn the scenario runs with that one failure and must end with nothing held and no
+// misuse of the platform.
 #include "lib_fixture.h"
 
 namespace {
@@ -71,6 +72,7 @@ TEST(AllocFailure, ScenarioSurvivesAnySingleFailureAndReleasesEverything)
             EXPECT_EQ(host::MsgsOutstanding(), 0u);
             EXPECT_EQ(host::Ctx()->pAdpSlot, nullptr);
             EXPECT_TRUE(host::RunningTimerPeriods().empty());
+            libtest::ExpectNoFaults();
             if (HasFailure()) {
                 return;
             }

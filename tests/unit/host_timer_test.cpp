@@ -2,6 +2,7 @@
 // timers stopped or started from inside a callback.
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <string>
 #include <vector>
 
@@ -111,10 +112,15 @@ TEST_F(HostTimerTest, HandlesAreUniqueAndPeriodsListed)
     EXPECT_NE(b.handle, c.handle);
     EXPECT_NE(a.handle, c.handle);
     EXPECT_EQ(host::RunningTimerPeriods(), (std::vector<uint32_t>{100, 500, 500}));
+    std::vector<uint32_t> handles = {a.handle, b.handle, c.handle};
+    std::sort(handles.begin(), handles.end());
+    EXPECT_EQ(host::RunningTimerHandles(), handles);
     EXPECT_EQ(host::TimerPeriod(b.handle), 100u);
     ZAN_Frame_StopTmr(host::Ctx(), b.handle);
     EXPECT_EQ(host::TimerPeriod(b.handle), 0u);
     EXPECT_EQ(host::RunningTimerPeriods(), (std::vector<uint32_t>{500, 500}));
+    handles.erase(std::find(handles.begin(), handles.end(), b.handle));
+    EXPECT_EQ(host::RunningTimerHandles(), handles);
     EXPECT_EQ(host::Faults(), 0u);
     ZAN_Frame_StopTmr(host::Ctx(), b.handle);   // already stopped
     EXPECT_EQ(host::Faults(), 1u);
@@ -190,6 +196,7 @@ TEST_F(HostTimerTest, ResetDropsTimersAndClock)
     host::Reset();
     EXPECT_EQ(host::Now(), 0u);
     EXPECT_TRUE(host::RunningTimerPeriods().empty());
+    EXPECT_TRUE(host::RunningTimerHandles().empty());
     host::Advance(1000);
     EXPECT_TRUE(log.empty());
 }

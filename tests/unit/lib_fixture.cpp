@@ -78,6 +78,15 @@ ZAN_VRRP_TLV_S Tlv(uint16_t type, uint16_t len, const std::vector<uint8_t> &valu
     return tlv;
 }
 
+void ExpectNoFaults()
+{
+    std::string log;
+    for (const std::string &fault : host::FaultLog()) {
+        log += "\n  " + fault;
+    }
+    EXPECT_EQ(host::Faults(), 0u) << "platform misuse:" << log;
+}
+
 void LibTest::SetUp()
 {
     host::Reset();
@@ -93,6 +102,7 @@ void LibTest::TearDown()
     ZAN_VrrpAdp_DeInit(host::Ctx());
     EXPECT_EQ(host::BlocksOn(host::Ctx()->ulFwMemHandle), 0u);
     EXPECT_EQ(host::MsgsOutstanding(), 0u);
+    ExpectNoFaults();
 }
 
 }  // namespace libtest

@@ -1,5 +1,5 @@
 // The script runner's language layer: lexing, numbers and hex, repeat index expansion,
-// output blocks, argument checking and byte-exact message forms.
+// output blocks, argument checking and byte-exact message forms with data records.
 #include <gtest/gtest.h>
 
 #include <string>
@@ -240,6 +240,20 @@ TEST(ArgsTest, DuplicatesAndBadValuesAreErrors)
     EXPECT_THROW(m.NumReq("pid"), ScriptError);
 }
 
+TEST(ArgsTest, RecMayRepeatAndIsTakenInOrder)
+{
+    LexedLine l = sim::Lex("recv pid=1 rec=01/02 type=3 rec=03/04 rec=05/");
+    Args a(l.words, 1);
+    EXPECT_EQ(a.All("rec"), (std::vector<std::string>{"01/02", "03/04", "05/"}));
+    EXPECT_TRUE(a.All("rec").empty());
+    EXPECT_EQ(a.All("type"), (std::vector<std::string>{"3"}));
+    EXPECT_EQ(a.Num("pid"), 1u);
+    EXPECT_NO_THROW(a.Done());
+
+    LexedLine dup = sim::Lex("recv rec=01/02 type=3 rec=03/04 type=4");
+    EXPECT_THROW(Args(dup.words, 1), ScriptError);
+}
+
 // ---- message forms, byte-exact ----
 
 struct FormCase {
@@ -276,6 +290,143 @@ INSTANTIATE_TEST_SUITE_P(
                  Bytes({0x00, 0x14, 0x00, 0x03, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0, 0})},
         FormCase{"pid=1 size=40 : 00 28 01 0f", Bytes({0x00, 0x28, 0x01, 0x0f})},
         FormCase{"pid=1 : ", Bytes({})}));
+
+// ---- data records (rec=) ----
+
+struct RecCase {
+    const char *name;
+    const char *line;   // arguments after the command word
+    std::vector<uint8_t> bytes;
+};
+
+void PrintTo(const RecCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
+class RecordForm : public ::testing::TestWithParam<RecCase> {};
+
+TEST_P(RecordForm, ByteExactInRecvAndExpectSent)
+{
+    const RecCase &c = GetParam();
+    LexedLine l = sim::Lex(std::string("recv ") + c.line);
+    Args a(l.words, 1);
+    a.NumReq("pid");
+    sim::MsgForm f = sim::ParseMsgForm(a, l, sim::MsgFormOptions{true, false});
+    a.Done();
+    EXPECT_EQ(sim::BuildMsg(f), c.bytes);
+
+    // expect sent builds the same bytes and matches exactly them
+    LexedLine e = sim::Lex(std::string("expect sent ") + c.line);
+    Args b(e.words, 2);
+    b.NumReq("pid");
+    sim::MsgForm g = sim::ParseMsgForm(b, e, sim::MsgFormOptions{false, true});
+    b.Done();
+    EXPECT_EQ(sim::CompareMsg(g, c.bytes), "");
+    std::vector<uint8_t> changed = c.bytes;
+    changed.back() ^= 1;
+    EXPECT_NE(sim::CompareMsg(g, changed), "");
+}
+
+std::vector<uint8_t> Header(uint32_t len, uint8_t type)
+{
+    return Bytes({static_cast<int>(len >> 8), static_cast<int>(len & 0xff), 0x01, type, 0, 0, 0, 0, 0, 0, 0, 0, 0,
+                  0, 0, 0, 0, 0, 0, 0});
+}
+
+std::vector<uint8_t> Cat(std::vector<uint8_t> a, const std::vector<uint8_t> &b)
+{
+    a.insert(a.end(), b.begin(), b.end());
+    return a;
+}
+
+// The record of `rec=0a00000001000000/0102`.
+const std::vector<uint8_t> kRec = Bytes({0x0b, 0xba, 0x00, 0x12, 0x0b, 0xb9, 0x00, 0x08, 0x0a, 0x00, 0x00, 0x00, 0x01,
+                                         0x00, 0x00, 0x00, 0x03, 0xe9, 0x00, 0x02, 0x01, 0x02});
+
+INSTANTIATE_TEST_SUITE_P(
+    Records, RecordForm,
+    ::testing::Values(
+        RecCase{"KeyAndData", "pid=1 type=4 rec=0a00000001000000/0102", Cat(Header(42, 4), kRec)},
+        RecCase{"RecordTypeKeyData", "pid=1 type=4 rec=3002/0a00000001000000/0102", Cat(Header(42, 4), kRec)},
+        RecCase{"EmptyData", "pid=1 type=6 rec=0x0bbd/0a0b/",
+                Cat(Header(34, 6), Bytes({0x0b, 0xbd, 0x00, 0x0a, 0x0b, 0xb9, 0x00, 0x02, 0x0a, 0x0b, 0x03, 0xe9,
+                                          0x00, 0x00}))},
+        RecCase{"FourFillerBytes", "pid=1 type=4 rec=3003/0a/01",
+                Cat(Header(38, 4), Bytes({0x0b, 0xbb, 0x00, 0x0e, 0xff, 0xff, 0xff, 0xff, 0x0b, 0xb9, 0x00, 0x01,
+                                          0x0a, 0x03, 0xe9, 0x00, 0x01, 0x01}))},
+        RecCase{"EightFillerBytes", "pid=1 type=4 rec=3004/0a/01",
+                Cat(Header(42, 4), Bytes({0x0b, 0xbc, 0x00, 0x12, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff, 0xff,
+                                          0x0b, 0xb9, 0x00, 0x01, 0x0a, 0x03, 0xe9, 0x00, 0x01, 0x01}))},
+        RecCase{"DataType", "pid=1 type=4 rec=7/0a0b/0c0d0e/0x1234",
+                Cat(Header(37, 4), Bytes({0x00, 0x07, 0x00, 0x0d, 0x0b, 0xb9, 0x00, 0x02, 0x0a, 0x0b, 0x12, 0x34,
+                                          0x00, 0x03, 0x0c, 0x0d, 0x0e}))},
+        RecCase{"InOrderThenBody", "pid=1 type=4 rec=0a/01 rec=3003/0b/ : aa bb",
+                Cat(Header(53, 4), Bytes({0x0b, 0xba, 0x00, 0x0a, 0x0b, 0xb9, 0x00, 0x01, 0x0a, 0x03, 0xe9, 0x00,
+                                          0x01, 0x01, 0x0b, 0xbb, 0x00, 0x0d, 0xff, 0xff, 0xff, 0xff, 0x0b, 0xb9,
+                                          0x00, 0x01, 0x0b, 0x03, 0xe9, 0x00, 0x00, 0xaa, 0xbb}))},
+        RecCase{"GivenLength", "pid=1 type=4 len=20 rec=0a00000001000000/0102", Cat(Header(20, 4), kRec)}),
+    [](const ::testing::TestParamInfo<RecCase> &p) { return std::string(p.param.name); });
+
+TEST(RecordForm, PartialComparesTheRecordsAsBody)
+{
+    LexedLine l = sim::Lex("expect sent pid=1 partial type=4 rec=0a00000001000000/0102");
+    Args a(l.words, 2);
+    a.NumReq("pid");
+    sim::MsgForm f = sim::ParseMsgForm(a, l, sim::MsgFormOptions{false, true});
+    a.Done();
+    std::vector<uint8_t> sent = Cat(Header(42, 4), kRec);
+    sent[4] = 9;   // tran, not named
+    EXPECT_EQ(sim::CompareMsg(f, sent), "");
+    sent.back() = 3;
+    EXPECT_NE(sim::CompareMsg(f, sent), "");
+}
+
+struct RecErrorCase {
+    const char *name;
+    const char *args;
+    const char *error;
+};
+
+void PrintTo(const RecErrorCase &c, std::ostream *os)
+{
+    *os << c.name;
+}
+
+class RecordErrors : public ::testing::TestWithParam<RecErrorCase> {};
+
+TEST_P(RecordErrors, AreScriptErrors)
+{
+    const RecErrorCase &c = GetParam();
+    LexedLine l = sim::Lex(std::string("recv pid=1 ") + c.args);
+    try {
+        Args a(l.words, 1);
+        a.NumReq("pid");
+        sim::ParseMsgForm(a, l, sim::MsgFormOptions{true, false});
+        a.Done();
+        FAIL() << "no error";
+    } catch (const ScriptError &e) {
+        EXPECT_EQ(std::string(e.what()), c.error);
+    }
+}
+
+INSTANTIATE_TEST_SUITE_P(
+    Records, RecordErrors,
+    ::testing::Values(
+        RecErrorCase{"KeyOnly", "type=4 rec=0a",
+                     "rec=0a: KEY/DATA, RTYPE/KEY/DATA or RTYPE/KEY/DATA/DTYPE expected"},
+        RecErrorCase{"FiveParts", "type=4 rec=1/0a/01/2/3",
+                     "rec=1/0a/01/2/3: KEY/DATA, RTYPE/KEY/DATA or RTYPE/KEY/DATA/DTYPE expected"},
+        RecErrorCase{"EmptyKey", "type=4 rec=/01", "rec=/01: empty key"},
+        RecErrorCase{"OddKey", "type=4 rec=0a0/01", "rec=0a0/01: odd number of hex digits in '0a0'"},
+        RecErrorCase{"BadData", "type=4 rec=0a/zz", "rec=0a/zz: bad hex value 'zz'"},
+        RecErrorCase{"BadRecordType", "type=4 rec=x/0a/01", "rec=x/0a/01: bad number 'x'"},
+        RecErrorCase{"WideRecordType", "type=4 rec=0x10000/0a/01",
+                     "rec=0x10000/0a/01: record type 0x10000 does not fit 16 bits"},
+        RecErrorCase{"WideDataType", "type=4 rec=1/0a/01/65536",
+                     "rec=1/0a/01/65536: data type 65536 does not fit 16 bits"},
+        RecErrorCase{"RawForm", "rec=0a/01 : 00 14", "rec= needs the fields form (type=N ...)"}),
+    [](const ::testing::TestParamInfo<RecErrorCase> &p) { return std::string(p.param.name); });
 
 TEST(Form, RawSizeIsKept)
 {

@@ -2,6 +2,16 @@
 
 namespace sim {
 
+namespace {
+
+// Names a command may take more than once.
+bool Repeatable(const std::string &name)
+{
+    return name == "rec";
+}
+
+}  // namespace
+
 Args::Args(const std::vector<Word> &words, std::size_t first)
 {
     for (std::size_t i = first; i < words.size(); ++i) {
@@ -11,7 +21,7 @@ Args::Args(const std::vector<Word> &words, std::size_t first)
                 throw ScriptError("argument '" + w.text + "' has no name");
             }
             for (const Item &it : items_) {
-                if (it.word.HasEq() && it.word.Name() == w.Name()) {
+                if (it.word.HasEq() && it.word.Name() == w.Name() && !Repeatable(w.Name())) {
                     throw ScriptError("argument '" + w.Name() + "=' given twice");
                 }
             }
@@ -99,6 +109,16 @@ std::optional<std::vector<uint8_t>> Args::Hex(const std::string &name)
     } catch (const ScriptError &e) {
         throw ScriptError(name + "=: " + e.what());
     }
+}
+
+std::vector<std::string> Args::All(const std::string &name)
+{
+    std::vector<std::string> out;
+    for (Item *it = FindNamed(name); it != nullptr; it = FindNamed(name)) {
+        it->used = true;
+        out.push_back(it->word.Value());
+    }
+    return out;
 }
 
 std::optional<Word> Args::NextPositional()

@@ -1,5 +1,6 @@
 // Argument access for one command: `name=value` words and bare words, each to be used
-// exactly once; Done() rejects anything the command did not take.
+// exactly once; Done() rejects anything the command did not take. A name may be given only
+// once, except the repeatable ones (`rec`), which are read with All().
 #ifndef ZANVRRP_SIM_ARGS_H
 #define ZANVRRP_SIM_ARGS_H
 
@@ -28,6 +29,8 @@ public:
     // A number that must fit `bits` bits.
     std::optional<uint32_t> NumBits(const std::string &name, unsigned bits);
     std::optional<std::vector<uint8_t>> Hex(const std::string &name);
+    // The values of every unused name=... in order (a repeatable name); all are consumed.
+    std::vector<std::string> All(const std::string &name);
     // The next unused word that has no '=' (quoted words too), in order.
     std::optional<Word> NextPositional();
     // Every unused name=value pair, in order; all are consumed.

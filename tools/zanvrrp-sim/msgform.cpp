@@ -31,6 +31,27 @@ uint32_t GetBe32(const std::vector<uint8_t> &m, std::size_t off)
            (static_cast<uint32_t>(m[off + 2]) << 8) | m[off + 3];
 }
 
+constexpr uint32_t kRecTypeDefault = 3002;
+constexpr uint32_t kRecTypeFill4 = 3003;
+constexpr uint32_t kRecTypeFill8 = 3004;
+constexpr uint32_t kRecKeyType = 3001;
+constexpr uint32_t kRecDataTypeDefault = 1001;
+
+void AppendBe16(std::vector<uint8_t> &m, uint32_t v)
+{
+    m.push_back(static_cast<uint8_t>(v >> 8));
+    m.push_back(static_cast<uint8_t>(v));
+}
+
+uint32_t RecordWord(const std::string &text, const char *what)
+{
+    uint32_t v = ParseU32(text);
+    if (v > 0xFFFFu) {
+        throw ScriptError(std::string(what) + " " + text + " does not fit 16 bits");
+    }
+    return v;
+}
+
 // Header fields in wire order: name, offset, width in bytes.
 struct FieldDef {
     const char *name;
@@ -86,8 +107,12 @@ MsgForm ParseMsgForm(Args &args, const LexedLine &line, const MsgFormOptions &op
         f.w16 = args.NumBits("w16", 16);
         f.cnt = args.NumBits("cnt", 16);
         f.len = args.NumBits("len", 16);
-        f.hasBody = line.hasBytes;
-        f.body = line.bytes;
+        for (const std::string &text : args.All("rec")) {
+            std::vector<uint8_t> rec = BuildRecord(text);
+            f.body.insert(f.body.end(), rec.begin(), rec.end());
+        }
+        f.hasBody = line.hasBytes || !f.body.empty();
+        f.body.insert(f.body.end(), line.bytes.begin(), line.bytes.end());
         if (!f.partial && kHdrLen + f.body.size() > 0xFFFF && !f.len) {
             throw ScriptError("body too long for the 16-bit length field");
         }
@@ -95,6 +120,9 @@ MsgForm ParseMsgForm(Args &args, const LexedLine &line, const MsgFormOptions &op
     }
     if (f.partial) {
         throw ScriptError("'partial' needs the fields form (type=N ...)");
+    }
+    if (!args.All("rec").empty()) {
+        throw ScriptError("rec= needs the fields form (type=N ...)");
     }
     f.raw = true;
     if (opt.allowSize) {
@@ -105,6 +133,49 @@ MsgForm ParseMsgForm(Args &args, const LexedLine &line, const MsgFormOptions &op
     }
     f.rawBytes = line.bytes;
     return f;
+}
+
+std::vector<uint8_t> BuildRecord(const std::string &text)
+{
+    std::vector<std::string> parts(1);
+    for (char c : text) {
+        if (c == '/') {
+            parts.emplace_back();
+        } else {
+            parts.back() += c;
+        }
+    }
+    if (parts.size() < 2 || parts.size() > 4) {
+        throw ScriptError("rec=" + text + ": KEY/DATA, RTYPE/KEY/DATA or RTYPE/KEY/DATA/DTYPE expected");
+    }
+    try {
+        std::size_t at = parts.size() == 2 ? 0 : 1;
+        uint32_t rtype = at == 1 ? RecordWord(parts[0], "record type") : kRecTypeDefault;
+        std::vector<uint8_t> key = ParseHex(parts[at]);
+        std::vector<uint8_t> data = ParseHex(parts[at + 1]);
+        uint32_t dtype = parts.size() == 4 ? RecordWord(parts[3], "data type") : kRecDataTypeDefault;
+        if (key.empty()) {
+            throw ScriptError("empty key");
+        }
+        std::size_t fill = rtype == kRecTypeFill4 ? 4 : rtype == kRecTypeFill8 ? 8 : 0;
+        std::size_t recLen = fill + 4 + key.size() + 4 + data.size();
+        if (recLen > 0xFFFF) {
+            throw ScriptError("record too long for its 16-bit length");
+        }
+        std::vector<uint8_t> m;
+        AppendBe16(m, rtype);
+        AppendBe16(m, static_cast<uint32_t>(recLen));
+        m.insert(m.end(), fill, 0xFF);
+        AppendBe16(m, kRecKeyType);
+        AppendBe16(m, static_cast<uint32_t>(key.size()));
+        m.insert(m.end(), key.begin(), key.end());
+        AppendBe16(m, dtype);
+        AppendBe16(m, static_cast<uint32_t>(data.size()));
+        m.insert(m.end(), data.begin(), data.end());
+        return m;
+    } catch (const ScriptError &e) {
+        throw ScriptError("rec=" + text + ": " + e.what());
+    }
 }
 
 std::vector<uint8_t> BuildMsg(const MsgForm &f)

@@ -1,6 +1,6 @@
 // Message forms of `recv` and `expect sent`: raw bytes, or a 20-byte header in network
-// order built from named fields followed by a body; building, partial comparison and
-// decoding of headers for reports.
+// order built from named fields followed by data records (`rec=`) and a body; building,
+// partial comparison and decoding of headers for reports.
 #ifndef ZANVRRP_SIM_MSGFORM_H
 #define ZANVRRP_SIM_MSGFORM_H
 
@@ -25,7 +25,7 @@ struct MsgForm {
     std::optional<uint32_t> type, flags, tran, w8, w10, seq, w16, cnt, len;
     bool ack = false;
     bool hasBody = false;
-    std::vector<uint8_t> body;
+    std::vector<uint8_t> body;      // the records, then the ':' bytes
     bool partial = false;           // expect sent only
 };
 
@@ -37,6 +37,11 @@ struct MsgFormOptions {
 // Reads the form from the remaining arguments and the line's ':' tail. The fields form is
 // chosen by type=N; otherwise the ':' bytes are the whole message.
 MsgForm ParseMsgForm(Args &args, const LexedLine &line, const MsgFormOptions &opt);
+
+// The bytes of one data record from `KEY/DATA`, `RTYPE/KEY/DATA` or `RTYPE/KEY/DATA/DTYPE`
+// (KEY, DATA hex; RTYPE default 3002, DTYPE default 1001): record type, record length, filler
+// (4 bytes 0xFF for 3003, 8 for 3004), key TLV (type 3001), data TLV; every word big-endian.
+std::vector<uint8_t> BuildRecord(const std::string &text);
 
 // The bytes of the form (defaults filled in).
 std::vector<uint8_t> BuildMsg(const MsgForm &form);

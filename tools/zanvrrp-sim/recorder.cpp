@@ -38,9 +38,6 @@ void CbRegAck(uint32_t ulIfGroupId, uint32_t ulHandle)
     e.kind = EvKind::RegAck;
     e.ifgroup = ulIfGroupId;
     r.Record(e);
-    if (r.reaction) {
-        r.reaction(EvKind::RegAck, ulIfGroupId);
-    }
 }
 
 void CbRecvData(const void *pKeyTlv, const void *pDataTlv, uint32_t ulHandle)
@@ -106,9 +103,6 @@ void CbProdBatchBegin(uint32_t ulIfGroupId, uint32_t ulHandle)
     e.kind = EvKind::BatchBegin;
     e.ifgroup = ulIfGroupId;
     r.Record(e);
-    if (r.reaction) {
-        r.reaction(EvKind::BatchBegin, ulIfGroupId);
-    }
 }
 
 void CbTracePoint(const char *pcModule, uint32_t ulLine, uint32_t ulHandle)
@@ -239,12 +233,15 @@ ZAN_VRRP_CALLBACK_S Recorder::Table(bool all, const std::set<std::string> &excep
     return t;
 }
 
-void Recorder::Record(AppEvent e)
+void Recorder::Record(const AppEvent &e)
 {
     if (log) {
         log("callback " + DescribeEvent(e));
     }
-    events.push_back(std::move(e));
+    events.push_back(e);
+    if (reaction) {
+        reaction(e);
+    }
 }
 
 void Recorder::RecordTrace(TraceEvent t)

@@ -1,6 +1,7 @@
 // The recording application: the nine callbacks of the application's table, each of which
 // records what the library handed it, in two ordered streams (application events; trace
-// points and debug texts). Reactions (`on regack|batchbegin ... do`) are run through a hook.
+// points and debug texts). Reactions (`on KIND ... do`) are run through a hook after each
+// application event is recorded.
 #ifndef ZANVRRP_SIM_RECORDER_H
 #define ZANVRRP_SIM_RECORDER_H
 
@@ -68,12 +69,13 @@ public:
     uint32_t expectedHandle = 1;     // the ulHandle every callback must carry
     std::string callbackFault;       // the first wrong callback argument seen (reported once)
 
-    // Run after a regack or batchbegin event was recorded: (kind, ifGroupId).
-    std::function<void(EvKind, uint32_t)> reaction;
+    // Run inside the callback after an application event was recorded.
+    std::function<void(const AppEvent &)> reaction;
     // Verbose log of a callback; empty when not verbose.
     std::function<void(const std::string &)> log;
 
-    void Record(AppEvent e);
+    // Records the event, then runs the reaction hook.
+    void Record(const AppEvent &e);
     void RecordTrace(TraceEvent t);
     void CheckHandle(const char *slot, uint32_t handle);
 };

@@ -125,7 +125,7 @@ void Runner::ResetWorld()
     Recorder &rec = Recorder::Instance();
     rec.Reset();
     rec.expectedHandle = host::Ctx()->ulHandle;
-    rec.reaction = [this](EvKind kind, uint32_t ifgroup) { RunReactions(kind, ifgroup); };
+    rec.reaction = [this](const AppEvent &e) { RunReactions(e); };
     if (verbose_) {
         rec.log = [this](const std::string &text) {
             ShowNewSent();
@@ -183,8 +183,13 @@ bool Runner::RunFile(const std::string &path, std::string &failure)
             out_ << path << ":" << sl.line << ": " << sl.text << "\n";
         }
         try {
+            uint32_t faults = host::Faults();
             Exec(Step{sl.line, sl.text, &sl.block}, false);
+            if (stepHook_) {
+                stepHook_(sl.line);
+            }
             ShowNewSent();
+            CheckFaults(faults);
             CheckPending();
         } catch (const ScriptError &e) {
             failure = path + ":" + std::to_string(sl.line) + ": " + e.what();
@@ -204,6 +209,25 @@ bool Runner::RunFile(const std::string &path, std::string &failure)
     return true;
 }
 
+void Runner::SetStepHook(std::function<void(uint32_t line)> hook)
+{
+    stepHook_ = std::move(hook);
+}
+
+// Every misuse of the platform the library made during the step fails it.
+void Runner::CheckFaults(uint32_t before)
+{
+    const std::vector<std::string> &log = host::FaultLog();
+    if (log.size() <= before) {
+        return;
+    }
+    std::string msg = "platform misuse: " + log[before];
+    if (log.size() > before + 1) {
+        msg += " (and " + std::to_string(log.size() - before - 1) + " more)";
+    }
+    throw ExpectFail{msg, std::nullopt};
+}
+
 void Runner::CheckPending()
 {
     Recorder &rec = Recorder::Instance();
@@ -219,7 +243,7 @@ void Runner::CheckPending()
     }
 }
 
-void Runner::RunReactions(EvKind kind, uint32_t ifgroup)
+void Runner::RunReactions(const AppEvent &e)
 {
     if (reactions_.empty()) {
         return;
@@ -231,30 +255,36 @@ void Runner::RunReactions(EvKind kind, uint32_t ifgroup)
         return;
     }
     ++reactionDepth_;
-    // A copy: nothing a reaction runs may change the list, but stay safe.
-    std::vector<Reaction> list = reactions_;
-    for (const Reaction &r : list) {
-        if (r.kind != kind || (r.ifgroup && *r.ifgroup != ifgroup)) {
+    // By index: a reaction runs application calls only, so the list stays as it is, but a
+    // nested event may use up a reaction's times= while an outer one runs.
+    for (std::size_t i = 0; i < reactions_.size(); ++i) {
+        Reaction &match = reactions_[i];
+        if (match.kind != e.kind || (match.ifgroup && *match.ifgroup != e.ifgroup) ||
+            (match.pid && *match.pid != e.pid) || (match.timesLeft && *match.timesLeft == 0)) {
             continue;
         }
+        if (match.timesLeft) {
+            --*match.timesLeft;
+        }
+        const Reaction r = match;
         Log("reaction of line " + std::to_string(r.line) + ": " + r.body);
         try {
             Exec(Step{r.line, r.body, nullptr}, false);
-        } catch (const ScriptError &e) {
+        } catch (const ScriptError &x) {
             if (!pending_) {
-                pending_ = ExpectFail{std::string(e.what()) + " (reaction run during line " +
+                pending_ = ExpectFail{std::string(x.what()) + " (reaction run during line " +
                                           std::to_string(curLine_) + ")",
                                       r.line};
             }
-        } catch (const ExpectFail &e) {
+        } catch (const ExpectFail &f) {
             if (!pending_) {
-                pending_ = ExpectFail{e.msg + " (reaction run during line " + std::to_string(curLine_) + ")",
-                                      e.line.value_or(r.line)};
+                pending_ = ExpectFail{f.msg + " (reaction run during line " + std::to_string(curLine_) + ")",
+                                      f.line.value_or(r.line)};
             }
-        } catch (const std::exception &e) {
+        } catch (const std::exception &x) {
             // Nothing may unwind into the library's frames.
             if (!pending_) {
-                pending_ = ExpectFail{std::string("runner fault in a reaction: ") + e.what(), r.line};
+                pending_ = ExpectFail{std::string("runner fault in a reaction: ") + x.what(), r.line};
             }
         }
     }
@@ -737,6 +767,12 @@ void Runner::CmdCli(Args &a, bool dry)
 
 void Runner::CmdOn(const Step &s, const LexedLine &l, bool dry)
 {
+    static const std::pair<const char *, EvKind> kKinds[] = {
+        {"regack", EvKind::RegAck},       {"batchbegin", EvKind::BatchBegin}, {"recvdata", EvKind::RecvData},
+        {"itemdown", EvKind::ItemDown},   {"allocfail", EvKind::AllocFail},   {"fcm", EvKind::Fcm},
+    };
+    const char *usage = "on regack|batchbegin|recvdata|itemdown|allocfail|fcm [ifgroup=N] [pid=N] [times=N] do "
+                        "COMMAND, or on clear";
     const std::vector<Word> &w = l.words;
     if (w.size() == 2 && w[1].text == "clear" && !w[1].quoted && !l.hasBytes) {
         if (!dry) {
@@ -744,8 +780,14 @@ void Runner::CmdOn(const Step &s, const LexedLine &l, bool dry)
         }
         return;
     }
-    if (w.size() < 2 || w[1].quoted || (w[1].text != "regack" && w[1].text != "batchbegin")) {
-        throw ScriptError("on regack|batchbegin [ifgroup=N] do COMMAND, or on clear");
+    std::optional<EvKind> kind;
+    for (const auto &k : kKinds) {
+        if (w.size() >= 2 && !w[1].quoted && w[1].text == k.first) {
+            kind = k.second;
+        }
+    }
+    if (!kind) {
+        throw ScriptError(usage);
     }
     std::size_t doAt = 0;
     for (std::size_t i = 2; i < w.size(); ++i) {
@@ -760,9 +802,22 @@ void Runner::CmdOn(const Step &s, const LexedLine &l, bool dry)
     std::vector<Word> head(w.begin(), w.begin() + static_cast<std::ptrdiff_t>(doAt));
     Args a(head, 2);
     Reaction r;
-    r.kind = w[1].text == "regack" ? EvKind::RegAck : EvKind::BatchBegin;
+    r.kind = *kind;
     r.ifgroup = a.Num("ifgroup");
+    r.pid = a.Num("pid");
+    r.timesLeft = a.Num("times");
     a.Done();
+    bool hasIfGroup = r.kind == EvKind::RegAck || r.kind == EvKind::BatchBegin;
+    bool hasPid = r.kind == EvKind::AllocFail || r.kind == EvKind::Fcm;
+    if (r.ifgroup && !hasIfGroup) {
+        throw ScriptError(std::string("ifgroup= filters regack and batchbegin only, not ") + EvKindName(r.kind));
+    }
+    if (r.pid && !hasPid) {
+        throw ScriptError(std::string("pid= filters allocfail and fcm only, not ") + EvKindName(r.kind));
+    }
+    if (r.timesLeft && *r.timesLeft == 0) {
+        throw ScriptError("times= must be at least 1");
+    }
     r.body = s.text.substr(w[doAt + 1].offset);
     r.line = s.line;
 
@@ -800,9 +855,11 @@ void Runner::CmdRepeat(const Step &s, const LexedLine &l, bool dry)
     for (uint32_t i = 0; i < n; ++i) {
         std::string text = ExpandIndex(body, i);
         Log("[" + std::to_string(i) + "] " + text);
+        uint32_t faults = host::Faults();
         Exec(Step{s.line, text, nullptr}, false);
         ShowNewSent();
         if (reactionDepth_ == 0) {
+            CheckFaults(faults);
             CheckPending();
         }
     }

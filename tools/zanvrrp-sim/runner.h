@@ -4,6 +4,7 @@
 #define ZANVRRP_SIM_RUNNER_H
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -35,6 +36,10 @@ public:
     // Runs the script; true when it passed, else `failure` is "FILE:LINE: what".
     bool RunFile(const std::string &path, std::string &failure);
 
+    // Test seam: called with the line number right after each top-level step has run,
+    // before the step's checks.
+    void SetStepHook(std::function<void(uint32_t line)> hook);
+
 private:
     struct Step {
         uint32_t line = 0;
@@ -43,7 +48,9 @@ private:
     };
     struct Reaction {
         EvKind kind = EvKind::RegAck;
-        std::optional<uint32_t> ifgroup;
+        std::optional<uint32_t> ifgroup;   // regack, batchbegin
+        std::optional<uint32_t> pid;       // allocfail, fcm
+        std::optional<uint32_t> timesLeft; // none: no limit
         std::string body;
         uint32_t line = 0;
     };
@@ -53,7 +60,8 @@ private:
     void Log(const std::string &text);
     void ShowNewSent();
     void CheckPending();
-    void RunReactions(EvKind kind, uint32_t ifgroup);
+    void CheckFaults(uint32_t before);
+    void RunReactions(const AppEvent &e);
     void CheckResult(const char *what, std::optional<uint32_t> expected, uint32_t got);
 
     ZAN_VRRP_ADP *Adp() const;
@@ -105,6 +113,7 @@ private:
     uint32_t reactionDepth_ = 0;
     std::optional<ExpectFail> pending_;
     std::optional<host::CliResult> lastCli_;
+    std::function<void(uint32_t)> stepHook_;
 };
 
 }  // namespace sim

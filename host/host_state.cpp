@@ -87,6 +87,11 @@ void ArmFail(FailKind kind, uint32_t skip, uint32_t count, uint32_t handle)
     arm.handle = (kind == FailKind::Malloc) ? handle : 0u;
 }
 
+bool FailArmed(FailKind kind)
+{
+    return W().fails[static_cast<size_t>(kind)].armed;
+}
+
 void ClearFail()
 {
     for (FailArm &arm : W().fails) {

@@ -40,6 +40,9 @@ ZAN_COMP_CTX_S *Ctx();
 // For Malloc, handle narrows it to calls on that memory handle (0: any handle).
 void ArmFail(FailKind kind, uint32_t skip, uint32_t count, uint32_t handle = 0);
 void ClearFail();
+// True while a failure of kind is armed and has not fired yet (a sweep ends when its position
+// lies beyond the last call of the scenario).
+bool FailArmed(FailKind kind);
 
 // Memory.
 uint32_t BlocksOn(uint32_t memHandle);        // blocks held on a handle

@@ -77,6 +77,17 @@ uint32_t ZAN_VrrpInst_CheckRecData_(ZAN_VRRP_INST_S *pInst, const uint8_t *pucRe
     return 0;
 }
 
+// A sequence error: traced, then reported by a notify event, unless the application took the
+// instance down from the trace, which ended the batch and any notify exchange.
+void ZAN_VrrpInst_SeqErr_(ZAN_VRRP_INST_S *pInst, uint32_t ulLine, uint32_t ulSeqNum)
+{
+    const uint32_t ulDownCnt = pInst->ulDownCnt;
+    ZAN_VRRP_INST_TRACE(pInst, ulLine, "vrrp-inst BB data, except seqid[%u] but[%u].", pInst->BatchSeqNum, ulSeqNum);
+    if (pInst->ulDownCnt == ulDownCnt) {
+        ZAN_VrrpInst_NotifyEvent_SeqErr_(pInst, ulSeqNum);
+    }
+}
+
 void ZAN_VrrpInst_ToHost16_(uint8_t *p)
 {
     ZAN_VrrpAdp_PutHost16(p, ZAN_VrrpAdp_GetBe16(p));
@@ -104,9 +115,7 @@ void ZAN_VrrpInst_ProcBatchData(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN
     }
     // The batch is broken: its records are dropped and the VRRP component is asked to start again.
     pInst->stErrStat.usBDErrSeq++;
-    ZAN_VRRP_INST_TRACE(pInst, 341, "vrrp-inst BB data, except seqid[%u] but[%u].", pInst->BatchSeqNum,
-                        pDecode->ulSeqNum);
-    ZAN_VrrpInst_NotifyEvent_SeqErr_(pInst, pDecode->ulSeqNum);
+    ZAN_VrrpInst_SeqErr_(pInst, 341, pDecode->ulSeqNum);
 }
 
 uint32_t ZAN_VrrpInst_ProcBatchEnd(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VRRP_MSG_DECODE_S *pDecode)
@@ -118,9 +127,7 @@ uint32_t ZAN_VrrpInst_ProcBatchEnd(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const 
     }
     // Left unacknowledged: the VRRP component sees the batch end unconfirmed.
     pInst->stErrStat.usBEErrSeq++;
-    ZAN_VRRP_INST_TRACE(pInst, 361, "vrrp-inst BB data, except seqid[%u] but[%u].", pInst->BatchSeqNum,
-                        pDecode->ulSeqNum);
-    ZAN_VrrpInst_NotifyEvent_SeqErr_(pInst, pDecode->ulSeqNum);
+    ZAN_VrrpInst_SeqErr_(pInst, 361, pDecode->ulSeqNum);
     return ZAN_VRRP_ALL_ONES;
 }
 

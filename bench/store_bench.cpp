@@ -5,35 +5,12 @@
 #include <cstring>
 #include <vector>
 
-#include "adp/zan_vrrpadp.h"
-#include "host/host_world.h"
-#include "inst/zan_vrrpinst.h"
+#include "bench_world.h"
 #include "prod/zan_vrrp_prod.h"
 
 namespace {
 
-void Noop2(uint32_t, uint32_t) {}
-void NoopData(const void *, const void *, uint32_t) {}
-void NoopItem(const void *, uint32_t) {}
-
-ZAN_VRRP_INST_S *MakeInstance()
-{
-    host::Reset();
-    ZAN_VRRP_ADP_S *adp = ZAN_VrrpAdp_Get(host::Ctx());
-    ZAN_VRRP_CALLBACK_S cb{};
-    cb.pfnRegAck = Noop2;
-    cb.pfnRecvData = NoopData;
-    cb.pfnItemDown = NoopItem;
-    ZAN_VrrpAdp_RegCallBack(adp, &cb);
-    ZAN_VRRP_DEPLOY_REC_S rec{};
-    rec.ulKind = ZAN_VRRP_DEPLOY_KIND;
-    rec.ulPid = 0x10;
-    rec.ulIfGroupId = 1;
-    std::vector<uint8_t> bytes(sizeof(rec));
-    std::memcpy(bytes.data(), &rec, sizeof(rec));
-    host::DeliverCfg(ZAN_VRRP_DEPLOY_TBL, ZAN_VRRP_DEPLOY_OP_CREATE, bytes);
-    return reinterpret_cast<ZAN_VRRP_INST_S *>(host::FindInst(0x10));
-}
+using bench::MakeInstance;
 
 ZAN_VRRP_TLV_S Tlv(uint16_t type, uint16_t len, uint32_t word)
 {

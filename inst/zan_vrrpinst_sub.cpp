@@ -167,8 +167,9 @@ void ZAN_VrrpInst_Subscribe_(ZAN_VRRP_INST_S *pInst)
 {
     const uint32_t ulDownCnt = pInst->ulDownCnt;
     ZAN_VRRP_INST_TRACE(pInst, 715, "vrrp-inst try to subscribe.");
+    // An exchange in flight: later items follow its acknowledgement.
     if (pInst->SubTmr != 0u || pInst->ulDownCnt != ulDownCnt) {
-        return;  // an exchange is in flight; later items follow its acknowledgement
+        return;
     }
     ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
     if (ZAN_VrrpInst_SendSubscribeMsg_(pInst, pCompCtx, SUB_ITEM_STATE_INIT) == 0u) {

@@ -154,6 +154,10 @@ void ZAN_VrrpInst_ProcRegAck(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VR
 void ZAN_VrrpInst_SendMsg_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg);
 void ZAN_VrrpInst_SendMsg(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg);
 void ZAN_VrrpInst_SendAck(ZAN_VRRP_INST_S *pInst, const uint8_t *pMsg);
+/* A consumer request of ulSize bytes with its header filled (usMsgLen, flags, type, word 8; the
+ * rest of the first usMsgLen bytes zero), or NULL after the allocation-failure steps. */
+uint8_t *ZAN_VrrpInst_AllocReq_(ZAN_VRRP_INST_S *pInst, ZAN_COMP_CTX_S *pCompCtx, uint32_t ulSize,
+                                uint16_t usMsgLen, uint8_t ucType, uint16_t usHdrWord8, uint32_t ulLine);
 /* Allocation-failure steps shared by the consumer senders; bRequest sets FcFlag. */
 void ZAN_VrrpInst_AllocFail_(ZAN_VRRP_INST_S *pInst, uint32_t bRequest);
 

@@ -16,20 +16,11 @@ constexpr uint32_t ZAN_VRRP_NOTIFY_TLV_OFF = 20;
 void ZAN_VrrpInst_SendNotifyEventMsg_(ZAN_VRRP_INST_S *pInst)
 {
     pInst->aulSendReqCnt[ZAN_VRRP_MSG_NOTIFY_EVENT]++;
-    ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
-    uint8_t *pMsg = static_cast<uint8_t *>(KOL_MsgFlowCtrlAlloc_F(pCompCtx->ulMsgAllocHandle, pInst->stInstHead.ulPid,
-                                                                  ZAN_VRRP_NOTIFY_MSG_LEN, ZAN_VRRP_INST_FILE,
-                                                                  LINE_ALLOC_NOTIFY));
+    uint8_t *pMsg = ZAN_VrrpInst_AllocReq_(pInst, ZAN_VrrpInst_Ctx(pInst), ZAN_VRRP_NOTIFY_MSG_LEN,
+                                           ZAN_VRRP_NOTIFY_MSG_LEN, ZAN_VRRP_MSG_NOTIFY_EVENT, 1, LINE_ALLOC_NOTIFY);
     if (pMsg == nullptr) {
-        // Not held back: the notify timer, started all the same, tries again.
-        ZAN_VrrpInst_AllocFail_(pInst, 1);
-        return;
+        return;  // not held back: the notify timer, started all the same, tries again
     }
-    (void)memset_s(pMsg, ZAN_VRRP_NOTIFY_MSG_LEN, 0, ZAN_VRRP_NOTIFY_MSG_LEN);
-    ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_MSGLEN, ZAN_VRRP_NOTIFY_MSG_LEN);
-    pMsg[ZAN_VRRP_HDR_FLAGS] = ZAN_VRRP_FLAG_BASE;
-    pMsg[ZAN_VRRP_HDR_TYPE] = ZAN_VRRP_MSG_NOTIFY_EVENT;
-    ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_WORD8, 1);
     ZAN_VrrpAdp_PutBe32(pMsg + ZAN_VRRP_HDR_SEQNUM, pInst->NotifySeq);
     ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_ENTRYCNT, 1);
     uint8_t *pucTlv = pMsg + ZAN_VRRP_NOTIFY_TLV_OFF;

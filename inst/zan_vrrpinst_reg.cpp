@@ -48,18 +48,31 @@ void ZAN_VrrpInst_SendMsg(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg)
     ZAN_VrrpInst_SendMsg_(pInst, pMsg);
 }
 
-void ZAN_VrrpInst_SendRegisterMsg_(ZAN_VRRP_INST_S *pInst, ZAN_COMP_CTX_S *pCompCtx)
+uint8_t *ZAN_VrrpInst_AllocReq_(ZAN_VRRP_INST_S *pInst, ZAN_COMP_CTX_S *pCompCtx, uint32_t ulSize,
+                                uint16_t usMsgLen, uint8_t ucType, uint16_t usHdrWord8, uint32_t ulLine)
 {
-    uint8_t *pMsg = static_cast<uint8_t *>(KOL_MsgFlowCtrlAlloc_F(
-        pCompCtx->ulMsgAllocHandle, pInst->stInstHead.ulPid, ZAN_VRRP_MSG_HDR_LEN, ZAN_VRRP_INST_FILE, LINE_ALLOC_REGISTER));
+    uint8_t *pMsg = static_cast<uint8_t *>(KOL_MsgFlowCtrlAlloc_F(pCompCtx->ulMsgAllocHandle,
+                                                                  pInst->stInstHead.ulPid, ulSize, ZAN_VRRP_INST_FILE,
+                                                                  ulLine));
     if (pMsg == nullptr) {
         ZAN_VrrpInst_AllocFail_(pInst, 1);
+        return nullptr;
+    }
+    (void)memset_s(pMsg, ulSize, 0, usMsgLen);
+    ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_MSGLEN, usMsgLen);
+    pMsg[ZAN_VRRP_HDR_FLAGS] = ZAN_VRRP_FLAG_BASE;
+    pMsg[ZAN_VRRP_HDR_TYPE] = ucType;
+    ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_WORD8, usHdrWord8);
+    return pMsg;
+}
+
+void ZAN_VrrpInst_SendRegisterMsg_(ZAN_VRRP_INST_S *pInst, ZAN_COMP_CTX_S *pCompCtx)
+{
+    uint8_t *pMsg = ZAN_VrrpInst_AllocReq_(pInst, pCompCtx, ZAN_VRRP_MSG_HDR_LEN, ZAN_VRRP_MSG_HDR_LEN,
+                                           ZAN_VRRP_MSG_REGISTER, 0, LINE_ALLOC_REGISTER);
+    if (pMsg == nullptr) {
         return;
     }
-    (void)memset_s(pMsg, ZAN_VRRP_MSG_HDR_LEN, 0, ZAN_VRRP_MSG_HDR_LEN);
-    ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_MSGLEN, ZAN_VRRP_MSG_HDR_LEN);
-    pMsg[ZAN_VRRP_HDR_FLAGS] = ZAN_VRRP_FLAG_BASE;
-    pMsg[ZAN_VRRP_HDR_TYPE] = ZAN_VRRP_MSG_REGISTER;
     // The state is settled before the send and its trace can hand control to the application:
     // a down made from there must find the instance registering and leave it unregistered.
     pInst->State = VRRP_INST_STATE_REGING;

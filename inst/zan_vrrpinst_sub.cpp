@@ -77,35 +77,29 @@ void ZAN_VrrpInst_BuildBody_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_SUB_SIDE_S *
     ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_ENTRYCNT, usCount);
 }
 
+void ZAN_VrrpInst_SetFcState_(ZAN_VRRP_INST_S *pInst, bool bSub, uint8_t ucState)
+{
+    if (bSub) {
+        pInst->ucSubFcState = ucState;
+    } else {
+        pInst->ucUnSubFcState = ucState;
+    }
+}
+
 // 0: sent, or the allocation failed (the wanted state is held back); 1: no item in that state.
 uint32_t ZAN_VrrpInst_SendSideMsg_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_SUB_SIDE_S *pSide,
                                    ZAN_COMP_CTX_S *pCompCtx, uint8_t ucState)
 {
     const bool bSub = (pSide == &g_stSubSide);
-    uint8_t *pMsg = static_cast<uint8_t *>(KOL_MsgFlowCtrlAlloc_F(pCompCtx->ulMsgAllocHandle, pInst->stInstHead.ulPid,
-                                                                  ZAN_VRRP_SUB_MSG_MAX, ZAN_VRRP_INST_FILE,
-                                                                  pSide->ulAllocLine));
+    // Held back until the request is allocated: whatever the application does from
+    // pfnMsgAllocFail finds it held back.
+    ZAN_VrrpInst_SetFcState_(pInst, bSub, ucState);
+    uint8_t *pMsg = ZAN_VrrpInst_AllocReq_(pInst, pCompCtx, ZAN_VRRP_SUB_MSG_MAX, ZAN_VRRP_MSG_HDR_LEN,
+                                           pSide->ucMsgType, 1, pSide->ulAllocLine);
     if (pMsg == nullptr) {
-        // Held back before pfnMsgAllocFail runs, so that whatever the application does from
-        // there finds it held back.
-        if (bSub) {
-            pInst->ucSubFcState = ucState;
-        } else {
-            pInst->ucUnSubFcState = ucState;
-        }
-        ZAN_VrrpInst_AllocFail_(pInst, 1);
         return 0;
     }
-    if (bSub) {
-        pInst->ucSubFcState = ZAN_VRRP_FC_STATE_NONE;
-    } else {
-        pInst->ucUnSubFcState = ZAN_VRRP_FC_STATE_NONE;
-    }
-    (void)memset_s(pMsg, ZAN_VRRP_MSG_HDR_LEN, 0, ZAN_VRRP_MSG_HDR_LEN);
-    ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_MSGLEN, ZAN_VRRP_MSG_HDR_LEN);
-    pMsg[ZAN_VRRP_HDR_FLAGS] = ZAN_VRRP_FLAG_BASE;
-    pMsg[ZAN_VRRP_HDR_TYPE] = pSide->ucMsgType;
-    ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_WORD8, 1);
+    ZAN_VrrpInst_SetFcState_(pInst, bSub, ZAN_VRRP_FC_STATE_NONE);
     ZAN_VrrpInst_BuildBody_(pInst, pSide, pMsg, ucState);
     if (ZAN_VrrpAdp_GetBe16(pMsg + ZAN_VRRP_HDR_ENTRYCNT) == 0u) {
         pInst->stEvtStat.*(pSide->pNoItem) += 1;

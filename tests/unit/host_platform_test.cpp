@@ -21,6 +21,8 @@ protected:
         host::Reset();
         g_log.clear();
     }
+    // Blocks a test leaves held are released, so that the leak checker sees none at exit.
+    void TearDown() override { host::Reset(); }
 };
 
 uint32_t Fw() { return host::Ctx()->ulFwMemHandle; }

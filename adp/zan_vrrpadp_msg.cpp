@@ -3,6 +3,7 @@
 #include "zan_vrrpadp.h"
 
 #include "../inst/zan_vrrpinst.h"
+#include "../prod/zan_vrrp_prod.h"
 
 namespace {
 
@@ -78,10 +79,20 @@ void ZAN_VrrpAdp_ProcAckMsg_(ZAN_VRRP_ADP_S *pAdp, ZAN_VRRP_INST_S *pInst, uint8
         case ZAN_VRRP_MSG_NOTIFY_EVENT:
             ZAN_VrrpInst_ProcNotifyAck(pInst, pMsg, pDecode);
             break;
-        default:
-            // AddProducer, BNBegin, BNEnd and RNData acknowledgements are counted only until the
-            // producer handles its exchanges.
+        case ZAN_VRRP_MSG_ADD_PRODUCER:
+            (void)ZAN_VrrpProd_OnAddProdAck(ZAN_VrrpInst_Ctx(pInst), pInst, pDecode, pMsg);
             break;
+        case ZAN_VRRP_MSG_BN_BEGIN:
+            (void)ZAN_VrrpProd_OnBBBeginAck(ZAN_VrrpInst_Ctx(pInst), pInst, pDecode, pMsg);
+            break;
+        case ZAN_VRRP_MSG_BN_END:
+            (void)ZAN_VrrpProd_OnBBEndAck(ZAN_VrrpInst_Ctx(pInst), pInst, pDecode, pMsg);
+            break;
+        case ZAN_VRRP_MSG_RN_DATA:
+            (void)ZAN_VrrpProd_OnRNotifyDataAck(ZAN_VrrpInst_Ctx(pInst), pInst, pDecode, pMsg);
+            break;
+        default:
+            break;  // BNData is not acknowledged; other types have no handler
     }
     pAdp->aulRcvAckCnt[ZAN_VrrpAdp_TypeIndex_(pDecode->usType)]++;
 }
@@ -125,10 +136,12 @@ void ZAN_VrrpAdp_ProcReqMsg_(ZAN_VRRP_ADP_S *pAdp, ZAN_VRRP_INST_S *pInst, uint8
             ZAN_VrrpInst_SendAck(pInst, pMsg);
             ZAN_VrrpInst_ProcRealUpdate(pInst, pMsg, pDecode);
             break;
-        default:
-            // NotifyEvent requests are the producer's to answer; until it handles them they are
-            // counted only, like the types that have no handler.
+        case ZAN_VRRP_MSG_NOTIFY_EVENT:
+            // Answered, if at all, by the producer.
+            (void)ZAN_VrrpProd_OnNotifyEvent(ZAN_VrrpInst_Ctx(pInst), pInst, pDecode, pMsg);
             break;
+        default:
+            break;  // no handler: counted only
     }
     pAdp->aulRcvReqCnt[ZAN_VrrpAdp_TypeIndex_(pDecode->usType)]++;
 }

@@ -29,49 +29,6 @@ enum : uint32_t {
     LINE_FLUSH_NG = 1610,
 };
 
-// The pending step of the current state is repeated; the state is not changed.
-uint32_t ZAN_VrrpProd_ReDo_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
-{
-    ZAN_VRRP_PROD_S *pProd = pInst->pProd;
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_REDO, "vrrp prod ReDo_, %u, %u", pInst->IfGroupId, (uint32_t)pProd->State);
-    switch (pProd->State) {
-        case VRRP_PROD_STATE_ADD_PROD:
-            (void)ZAN_VrrpProd_DoAddProd_(pCompCtx, pInst);
-            return 0;
-        case VRRP_PROD_STATE_BN_BEGIN:
-        case VRRP_PROD_STATE_BN_DATA:
-        case VRRP_PROD_STATE_RN_DATA:
-            // Entered only through the batch acknowledgements, which this producer does not
-            // handle yet; nothing is pending in them.
-            return 0;
-        default:
-            ZAN_VrrpProd_Trace_(pCompCtx, LINE_REDO_NG, "vrrp prod, OnFcm, state ng, %u, %u", pInst->IfGroupId,
-                                (uint32_t)pProd->State);
-            return ZAN_VRRP_ALL_ONES;
-    }
-}
-
-// Work that must not wait for the timer: the rest of a batch, or new real-time parts while
-// nothing waits for an acknowledgement.
-uint32_t ZAN_VrrpProd_NeedReDoAcc_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
-{
-    (void)pCompCtx;
-    const ZAN_VRRP_PROD_S *pProd = pInst->pProd;
-    if (pProd->bIsFcmOn != 0u) {
-        return 0;
-    }
-    if (pProd->State == VRRP_PROD_STATE_BN_DATA) {
-        return (pProd->bBNotifyDataEnd == 0u) ? 1u : 0u;
-    }
-    if (pProd->State == VRRP_PROD_STATE_RN_DATA) {
-        if (pProd->stWaitAckList.pNext != &pProd->stWaitAckList) {
-            return 0;
-        }
-        return (pProd->stPartList.pNext != &pProd->stPartList) ? 1u : 0u;
-    }
-    return 0;
-}
-
 }  // namespace
 
 // The producer reaches the adapter, and so the application's trace hooks, through the
@@ -116,9 +73,12 @@ uint32_t ZAN_VrrpProd_ChgState_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     if (ulNewState - 1u <= 4u) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_CHGSTATE, "vrrp prod, ChgState_, %u, %u -> %u", pInst->IfGroupId,
-                            (uint32_t)pProd->State, ulNewState);
+        // Written before the trace, which hands control to the application; the text shows the
+        // old state as it was.
+        const uint32_t ulOldState = pProd->State;
         pProd->State = (uint8_t)ulNewState;
+        ZAN_VrrpProd_Trace_(pCompCtx, LINE_CHGSTATE, "vrrp prod, ChgState_, %u, %u -> %u", pInst->IfGroupId,
+                            ulOldState, ulNewState);
         return 0;
     }
     ZAN_VrrpProd_Trace_(pCompCtx, LINE_CHGSTATE_NG, "vrrp prod, ChgState_, new state ng, %u, %u -> %u",
@@ -156,6 +116,7 @@ uint32_t ZAN_VrrpProd_TmrIsStart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pIn
 uint32_t ZAN_VrrpProd_Reset_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
+    pProd->ulResetCnt++;
     (void)ZAN_VrrpProd_ChgState_(pCompCtx, pInst, VRRP_PROD_STATE_INIT);
     pProd->bBNotifyDataEnd = 0;
     ZAN_LIST_LINK_S *pCursor = nullptr;
@@ -198,9 +159,17 @@ uint32_t ZAN_VrrpProd_OnVrrpUp(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
                             (uint32_t)pInst->bWorkOn);
         return 0;
     }
+    // A reset made by the application from a callback (work off, and maybe on again, from a
+    // trace) ends this start; the nested one, if any, has done it.
+    const uint32_t ulResetCnt = pInst->pProd->ulResetCnt + 1u;
     (void)ZAN_VrrpProd_Reset_(pCompCtx, pInst);
+    if (pInst->pProd->ulResetCnt != ulResetCnt) {
+        return 0;
+    }
     (void)ZAN_VrrpProd_DoAddProd_(pCompCtx, pInst);
-    (void)ZAN_VrrpProd_ChgState_(pCompCtx, pInst, VRRP_PROD_STATE_ADD_PROD);
+    if (pInst->pProd->ulResetCnt == ulResetCnt) {
+        (void)ZAN_VrrpProd_ChgState_(pCompCtx, pInst, VRRP_PROD_STATE_ADD_PROD);
+    }
     return 0;
 }
 
@@ -222,9 +191,10 @@ void ZAN_VrrpProd_OnTmrTO_(void *pvInst, uint32_t ulTmrVal, ZAN_COMP_CTX_S *pCom
     if (pCompCtx == nullptr) {
         pCompCtx = ZAN_VrrpInst_Ctx(pInst);
     }
+    // An expiry ends flow control as far as the producer is concerned.
+    pInst->pProd->bIsFcmOn = 0;
     ZAN_VrrpProd_Trace_(pCompCtx, LINE_TMRTO, "vrrp prod, OnTmrTO_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pInst->pProd->State);
-    pInst->pProd->bIsFcmOn = 0;
     (void)ZAN_VrrpProd_ReDo_(pCompCtx, pInst);
 }
 
@@ -249,6 +219,65 @@ uint32_t ZAN_VrrpProd_OnFlush(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
     }
     if (ZAN_VrrpProd_NeedReDoAcc_(pCompCtx, pInst) == 1u) {
         return ZAN_VrrpProd_ReDo_(pCompCtx, pInst);
+    }
+    return 0;
+}
+
+// The pending step of the current state is repeated; the state is not changed.
+uint32_t ZAN_VrrpProd_ReDo_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
+{
+    ZAN_VRRP_PROD_S *pProd = pInst->pProd;
+    const uint32_t ulResetCnt = pProd->ulResetCnt;
+    ZAN_VrrpProd_Trace_(pCompCtx, LINE_REDO, "vrrp prod ReDo_, %u, %u", pInst->IfGroupId, (uint32_t)pProd->State);
+    if (pProd->ulResetCnt != ulResetCnt) {
+        return 0;  // reset from the trace: nothing is pending any more
+    }
+    switch (pProd->State) {
+        case VRRP_PROD_STATE_ADD_PROD:
+            (void)ZAN_VrrpProd_DoAddProd_(pCompCtx, pInst);
+            return 0;
+        case VRRP_PROD_STATE_BN_BEGIN:
+            (void)ZAN_VrrpProd_DoBNotifyBegin_(pCompCtx, pInst);
+            return 0;
+        case VRRP_PROD_STATE_BN_DATA:
+            if (pProd->bBNotifyDataEnd == 0u) {
+                (void)ZAN_VrrpProd_DoBNotifyData_(pCompCtx, pInst);
+                ZAN_LIST_LINK_S *pCursor = nullptr;
+                if (pProd->ulResetCnt != ulResetCnt ||
+                    ZAN_VrrpProd_GetFirstPartByTime_(pCompCtx, pInst, &pCursor) != nullptr) {
+                    return 0;
+                }
+                pProd->bBNotifyDataEnd = 1;
+            }
+            (void)ZAN_VrrpProd_DoBNotifyEnd_(pCompCtx, pInst);
+            return 0;
+        case VRRP_PROD_STATE_RN_DATA:
+            (void)ZAN_VrrpProd_DoRNotifyData_(pCompCtx, pInst);
+            return 0;
+        default:
+            ZAN_VrrpProd_Trace_(pCompCtx, LINE_REDO_NG, "vrrp prod, OnFcm, state ng, %u, %u", pInst->IfGroupId,
+                                (uint32_t)pProd->State);
+            return ZAN_VRRP_ALL_ONES;
+    }
+}
+
+// Work that must not wait for the timer: the rest of a batch, or new real-time parts while
+// nothing waits for an acknowledgement.
+uint32_t ZAN_VrrpProd_NeedReDoAcc_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
+{
+    (void)pCompCtx;
+    const ZAN_VRRP_PROD_S *pProd = pInst->pProd;
+    if (pProd->bIsFcmOn != 0u) {
+        return 0;
+    }
+    if (pProd->State == VRRP_PROD_STATE_BN_DATA) {
+        return (pProd->bBNotifyDataEnd == 0u) ? 1u : 0u;
+    }
+    if (pProd->State == VRRP_PROD_STATE_RN_DATA) {
+        if (pProd->stWaitAckList.pNext != &pProd->stWaitAckList) {
+            return 0;
+        }
+        return (pProd->stPartList.pNext != &pProd->stPartList) ? 1u : 0u;
     }
     return 0;
 }

@@ -44,6 +44,14 @@ typedef struct ZAN_VRRP_PROD {
     uint32_t seq;
     uint32_t tmr;
     uint32_t bIsFcmOn;
+    /* Resets so far. A sending step that hands control to the application (traces,
+     * pfnMsgAllocFail, pfnProdBatchBegin) compares it before and after: when the application
+     * reset the producer meanwhile (work state off, and maybe on again), the step is over. */
+    uint32_t ulResetCnt;
+    /* The part being packed while the packing traces: deleting it meanwhile (the application
+     * replaces or drops it from a callback) only takes it off the lists; the packer frees it. */
+    struct ZAN_VRRP_PART *pPinned;
+    uint32_t bPinnedGone;
 } ZAN_VRRP_PROD_S;
 
 /* A data part; the key TLV and the data TLV follow the record in the same block. */
@@ -66,6 +74,12 @@ typedef struct ZAN_VRRP_PROD_SEND_PARA {
 static inline uint8_t *ZAN_VrrpProd_PartTlv(ZAN_VRRP_PART_S *pPart)
 {
     return (uint8_t *)(pPart + 1);
+}
+
+/* True when the producer was reset since ulResetCnt was read. */
+static inline bool ZAN_VrrpProd_ResetSince_(const ZAN_VRRP_INST_S *pInst, uint32_t ulResetCnt)
+{
+    return pInst->pProd->ulResetCnt != ulResetCnt;
 }
 
 /* Trace point of the producer, with debug text when debug output is on. */
@@ -109,8 +123,42 @@ uint32_t ZAN_VrrpProd_CountList_(const ZAN_LIST_LINK_S *pHead);
 /* Requests. */
 uint8_t *ZAN_VrrpProd_MallocSendMsg_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
                                      const ZAN_VRRP_PROD_SEND_PARA_S *pPara);
+uint32_t ZAN_VrrpProd_FillSendMsg_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, ZAN_VRRP_PART_S *pPart,
+                                   uint8_t *pMsg, uint32_t ulCapacity);
 void ZAN_VrrpProd_FinishSend_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg);
+/* Sends pMsg (may be NULL: nothing to send) unless the producer was reset since ulResetCnt was
+ * read, in which case the message is released. 0: the step goes on; 1: a reset ended it. */
+uint32_t ZAN_VrrpProd_SendUnlessReset_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, uint32_t ulResetCnt);
+/* Packs pPart into pMsg (FillSendMsg_) with the part pinned; *pbGone tells whether the part was
+ * deleted meanwhile (then already freed here). */
+uint32_t ZAN_VrrpProd_FillPinned_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, ZAN_VRRP_PART_S *pPart,
+                                  uint8_t *pMsg, uint32_t *pbGone);
 uint32_t ZAN_VrrpProd_DoAddProd_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst);
+
+/* Registration and batch. */
+uint32_t ZAN_VrrpProd_OnAddProdAck(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
+                                   const ZAN_VRRP_MSG_DECODE_S *pDecode, uint8_t *pMsg);
+uint32_t ZAN_VrrpProd_DoBNotifyBegin_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst);
+uint32_t ZAN_VrrpProd_OnBBBeginAck(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
+                                   const ZAN_VRRP_MSG_DECODE_S *pDecode, uint8_t *pMsg);
+uint32_t ZAN_VrrpProd_DoBNotifyData_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst);
+uint32_t ZAN_VrrpProd_DoBNotifyEnd_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst);
+uint32_t ZAN_VrrpProd_OnBBEndAck(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
+                                 const ZAN_VRRP_MSG_DECODE_S *pDecode, uint8_t *pMsg);
+
+/* Real-time notification. */
+uint32_t ZAN_VrrpProd_DoRNotifyData_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst);
+uint32_t ZAN_VrrpProd_OnRNotifyDataAck(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
+                                       const ZAN_VRRP_MSG_DECODE_S *pDecode, uint8_t *pMsg);
+
+/* Notify events from the VRRP component. */
+uint32_t ZAN_VrrpProd_OnNotifyEvent(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
+                                    const ZAN_VRRP_MSG_DECODE_S *pDecode, uint8_t *pMsg);
+uint32_t ZAN_VrrpProd_DoNotifyEventAck_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, uint8_t *pMsg);
+
+/* Retransmission. */
+uint32_t ZAN_VrrpProd_ReDo_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst);
+uint32_t ZAN_VrrpProd_NeedReDoAcc_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst);
 
 /* Diagnostics. */
 uint32_t ZAN_VrrpProd_GetInstProd(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, uint8_t *pucRec,

@@ -135,10 +135,15 @@ ZAN_VRRP_PART_S *ZAN_VrrpProd_AddPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S
 void ZAN_VrrpProd_DelPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, ZAN_VRRP_PART_S *pPart)
 {
     (void)pCompCtx;
+    ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     if (pPart->bWaitAck == 0u) {
-        WUX_RBT_RemoveNode(&pInst->pProd->stPartTree, &pPart->stTreeNode);
+        WUX_RBT_RemoveNode(&pProd->stPartTree, &pPart->stTreeNode);
     }
     ZAN_VrrpProd_ListUnlink_(&pPart->stListNode);
+    if (pPart == pProd->pPinned) {
+        pProd->bPinnedGone = 1;  // being packed: the packer frees it when it is done
+        return;
+    }
     KOL_Free_F(pPart, ZAN_VRRP_PROD_FILE, LINE_DELPART_FREE);
 }
 

@@ -1,8 +1,9 @@
 // Every callback the library makes may call back into it. A scenario that reaches every
-// consumer callback runs once per (callback, occurrence, action): on that one occurrence the
+// callback of the consumer and the producer runs once per (callback, occurrence, action): on that one occurrence the
 // application calls the library from inside the callback. After every step no timer may run that
 // no live instance holds, an instance whose work is off must be unregistered with no items, and
-// the host must have seen no platform misuse; in the end nothing stays held. Run under the
+// and its producer idle and empty, and the host must have seen no platform misuse; in the end
+// nothing stays held. Run under the
 // sanitizers, an orphaned timer firing on a freed instance is caught as well.
 #include <algorithm>
 #include <array>
@@ -12,13 +13,14 @@
 
 namespace {
 
-enum Slot { RegAck, RecvData, MsgAllocFail, Fcm, IsDebugOn, DebugOut, TracePoint, ItemDown, SlotCount };
-const char *const kSlotNames[SlotCount] = {"RegAck", "RecvData", "MsgAllocFail", "Fcm",
-                                           "IsDebugOn", "DebugOut", "TracePoint", "ItemDown"};
+enum Slot { RegAck, RecvData, MsgAllocFail, Fcm, IsDebugOn, DebugOut, ProdBatchBegin, TracePoint, ItemDown, SlotCount };
+const char *const kSlotNames[SlotCount] = {"RegAck",   "RecvData",       "MsgAllocFail", "Fcm",     "IsDebugOn",
+                                           "DebugOut", "ProdBatchBegin", "TracePoint",   "ItemDown"};
 
-enum Action { WorkOff, WorkOffOn, WorkOn, Subscribe, UnSubscribe, SendData, ReplaceTable, ActionCount };
-const char *const kActionNames[ActionCount] = {"work off",  "work off+on", "work on",     "subscribe",
-                                               "unsubscribe", "senddata",  "replace table"};
+enum Action { WorkOff, WorkOffOn, WorkOn, Subscribe, UnSubscribe, SendDataNew, SendDataSame, ReplaceTable, ActionCount };
+const char *const kActionNames[ActionCount] = {"work off",         "work off+on",       "work on",
+                                               "subscribe",        "unsubscribe",       "senddata, new key",
+                                               "senddata, stored key", "replace table"};
 
 struct App {
     ZAN_VRRP_ADP_S *adp = nullptr;
@@ -36,12 +38,18 @@ ZAN_VRRP_TLV_S ItemKey(uint8_t ifIndex)
     return libtest::Tlv(1, 5, {ifIndex, 0, 0, 0, 1});
 }
 
+// One datum of the application's data set for interface group 1.
+void SendDatum(uint8_t keyByte, uint8_t value)
+{
+    ZAN_VRRP_TLV_S key = libtest::Tlv(ZAN_VRRP_KEY_TLV_TYPE, 8, {keyByte, 0, 0, 0, 1, 0, 0, 0});
+    ZAN_VRRP_TLV_S data = libtest::Tlv(ZAN_VRRP_DATA_TLV_TYPE, 8, {value, 2, 3, 4, 5, 6, 7, 8});
+    ZAN_VrrpAdp_SendData(g_app.adp, 1, &key, &data);
+}
+
 void Act()
 {
     ZAN_VRRP_TLV_S sub = libtest::Tlv(2, 1, {1});
     ZAN_VRRP_TLV_S key = ItemKey(2);
-    ZAN_VRRP_TLV_S dKey = libtest::Tlv(ZAN_VRRP_KEY_TLV_TYPE, 8, {9, 0, 0, 0, 1, 0, 0, 0});
-    ZAN_VRRP_TLV_S dData = libtest::Tlv(ZAN_VRRP_DATA_TLV_TYPE, 8, {1, 2, 3, 4, 5, 6, 7, 8});
     ZAN_VRRP_CALLBACK_S table = Table();
     switch (g_app.action) {
         case WorkOff:
@@ -61,8 +69,11 @@ void Act()
         case UnSubscribe:
             ZAN_VrrpAdp_UnSubscribe(g_app.adp, &key, &sub, 1);
             break;
-        case SendData:
-            ZAN_VrrpAdp_SendData(g_app.adp, 1, &dKey, &dData);
+        case SendDataNew:
+            SendDatum(9, 9);
+            break;
+        case SendDataSame:
+            SendDatum(1, 7);  // replaces a stored part, possibly the one being packed
             break;
         case ReplaceTable:
             ZAN_VrrpAdp_RegCallBack(g_app.adp, &table);
@@ -99,6 +110,16 @@ uint32_t OnIsDebugOn(uint32_t)
     return 1;
 }
 void OnDebugOut(const char *, uint32_t) { Called(DebugOut); }
+void OnProdBatchBegin(uint32_t ifGroup, uint32_t)
+{
+    // The application hands over its data set for the group, then maybe re-enters.
+    if (ifGroup == 1) {
+        for (uint8_t i = 1; i <= 3; i++) {
+            SendDatum(i, i);
+        }
+    }
+    Called(ProdBatchBegin);
+}
 void OnTracePoint(const char *, uint32_t, uint32_t) { Called(TracePoint); }
 void OnItemDown(const void *, uint32_t) { Called(ItemDown); }
 
@@ -111,6 +132,7 @@ ZAN_VRRP_CALLBACK_S Table()
     cb.pfnFcm = OnFcm;
     cb.pfnIsDebugOn = OnIsDebugOn;
     cb.pfnDebugOut = OnDebugOut;
+    cb.pfnProdBatchBegin = OnProdBatchBegin;
     cb.pfnTracePoint = OnTracePoint;
     cb.pfnItemDown = OnItemDown;
     return cb;
@@ -166,6 +188,14 @@ void CheckInvariants(const char *step)
             held.insert(inst->pProd->tmr);
         }
         if (inst->bWorkOn == 0u && inst->stInstHead.ulStatus == 0u) {
+            if (inst->pProd != nullptr) {
+                EXPECT_EQ(inst->pProd->State, VRRP_PROD_STATE_INIT) << "pid " << pid;
+                EXPECT_EQ(inst->pProd->tmr, 0u) << "pid " << pid;
+                EXPECT_EQ(ZAN_VrrpProd_CountList_(&inst->pProd->stPartList) +
+                              ZAN_VrrpProd_CountList_(&inst->pProd->stWaitAckList),
+                          0u)
+                    << "pid " << pid;
+            }
             EXPECT_EQ(inst->RegTmr, 0u) << "pid " << pid;
             EXPECT_EQ(inst->State, (uint32_t)VRRP_INST_STATE_INIT) << "pid " << pid;
             EXPECT_EQ(inst->stSubItemTree.ulCount + inst->stUnSubItemTree.ulCount, 0u) << "pid " << pid;
@@ -215,6 +245,33 @@ void Scenario()
     Deliver(0x10, Msg(0x01, ZAN_VRRP_MSG_BU_BEGIN_END, 0, Recs({1, 2})));
     CheckInvariants("batch again");
 
+    // The producer of 0x10: AddProducer acknowledged, BNBegin refused once and repeated, the
+    // data set from pfnProdBatchBegin in BNData, BNEnd acknowledged; then real-time data held
+    // back by flow control, repeated on the timer and acknowledged.
+    Deliver(0x10, Msg(0x81, ZAN_VRRP_MSG_ADD_PRODUCER, 0));
+    host::ArmFail(host::FailKind::MsgAlloc, 0, 1);  // the BNBegin
+    host::Advance(5002);
+    Deliver(0x10, Msg(0x81, ZAN_VRRP_MSG_BN_BEGIN, 1));
+    CheckInvariants("batch sent");
+    const ZAN_VRRP_INST_S *inst10 = libtest::Inst(0x10);
+    Deliver(0x10, Msg(0x81, ZAN_VRRP_MSG_BN_END, inst10->pProd != nullptr ? inst10->pProd->seq + 1u : 0u));
+    SendDatum(4, 4);
+    SendDatum(1, 9);
+    host::ArmFail(host::FailKind::MsgAlloc, 0, 1);  // the RNData
+    host::RunFlush();
+    host::DeliverFcm(0x10);
+    host::Advance(5005);
+    Deliver(0x10, Msg(0x81, ZAN_VRRP_MSG_RN_DATA, 0));
+    CheckInvariants("real-time data");
+    if (g_app.slot == SlotCount) {
+        // Without re-entry the scenario reaches real-time notification: the batch, one RNData
+        // repeated on its timer, and its acknowledgement.
+        EXPECT_EQ(inst10->pProd->State, VRRP_PROD_STATE_RN_DATA);
+        EXPECT_EQ(inst10->aulSendReqCnt[ZAN_VRRP_MSG_BN_DATA], 1u);
+        EXPECT_EQ(inst10->aulSendReqCnt[ZAN_VRRP_MSG_RN_DATA], 2u);
+        EXPECT_EQ(ZAN_VrrpProd_CountList_(&inst10->pProd->stWaitAckList), 0u);
+    }
+
     ZAN_VRRP_TLV_S sub = libtest::Tlv(2, 1, {1});
     ZAN_VRRP_TLV_S key = ItemKey(3);
     ZAN_VrrpAdp_UnSubscribe(g_app.adp, &key, &sub, 1);
@@ -233,10 +290,17 @@ void Scenario()
     host::DeliverFcm(0x20);
     Deliver(0x20, Msg(0x81, ZAN_VRRP_MSG_SUBSCRIBE, 0));
     CheckInvariants("0x20 registered");
+    // The producer of 0x20 restarts its batch on NotifyEvent requests, in states 3 and 4.
+    const std::vector<uint8_t> notify = {0x07, 0xd1, 0, 4, 0, 1, 0, 0};
+    Deliver(0x20, Msg(0x81, ZAN_VRRP_MSG_ADD_PRODUCER, 0));
+    Deliver(0x20, Msg(0x01, ZAN_VRRP_MSG_NOTIFY_EVENT, 5, notify));
+    Deliver(0x20, Msg(0x81, ZAN_VRRP_MSG_BN_BEGIN, 1));
+    Deliver(0x20, Msg(0x01, ZAN_VRRP_MSG_NOTIFY_EVENT, 6, notify));
+    CheckInvariants("0x20 batch restarted");
 
     ZAN_VrrpAdp_SetWorkState(g_app.adp, 0);
     CheckInvariants("work off");
-    host::ArmFail(host::FailKind::MsgAlloc, 0, 1);  // the Register request of 0x10
+    host::ArmFail(host::FailKind::MsgAlloc, 0, 2);  // the Register and AddProducer requests of 0x10
     ZAN_VrrpAdp_SetWorkState(g_app.adp, 1);
     CheckInvariants("work on");
     Deliver(0x10, Msg(0x81, ZAN_VRRP_MSG_REGISTER, 0));

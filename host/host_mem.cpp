@@ -31,6 +31,19 @@ void ResetMem()
     m = MemState{};
 }
 
+uint64_t BytesOn(uint32_t memHandle)
+{
+    const MemState &m = W().mem;
+    auto it = m.handles.find(memHandle);
+    uint64_t bytes = 0;
+    if (it != m.handles.end()) {
+        for (void *block : it->second.blocks) {
+            bytes += m.blocks.at(block).size;
+        }
+    }
+    return bytes;
+}
+
 uint32_t BlocksOn(uint32_t memHandle)
 {
     const MemState &m = W().mem;

@@ -46,6 +46,7 @@ bool FailArmed(FailKind kind);
 
 // Memory.
 uint32_t BlocksOn(uint32_t memHandle);        // blocks held on a handle
+uint64_t BytesOn(uint32_t memHandle);         // bytes requested by the blocks held on a handle
 uint32_t LastCreatedHandle();                 // handle made by the last KOL_HandleInitialize (0: none)
 uint32_t MsgsOutstanding();                   // allocated by the library, neither sent nor freed
 const std::vector<AssertRec> &Asserts();

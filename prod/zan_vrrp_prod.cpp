@@ -116,8 +116,13 @@ uint32_t ZAN_VrrpProd_TmrIsStart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pIn
 uint32_t ZAN_VrrpProd_Reset_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
-    pProd->ulResetCnt++;
+    const uint32_t ulResetCnt = ++pProd->ulResetCnt;
     (void)ZAN_VrrpProd_ChgState_(pCompCtx, pInst, VRRP_PROD_STATE_INIT);
+    if (pProd->ulResetCnt != ulResetCnt) {
+        // The application reset the producer again from the trace (and maybe started it
+        // again): that reset has done the rest of this one.
+        return 0;
+    }
     pProd->bBNotifyDataEnd = 0;
     ZAN_LIST_LINK_S *pCursor = nullptr;
     for (ZAN_VRRP_PART_S *pPart = ZAN_VrrpProd_GetFirstPartByTime_(pCompCtx, pInst, &pCursor); pPart != nullptr;
@@ -191,10 +196,10 @@ void ZAN_VrrpProd_OnTmrTO_(void *pvInst, uint32_t ulTmrVal, ZAN_COMP_CTX_S *pCom
     if (pCompCtx == nullptr) {
         pCompCtx = ZAN_VrrpInst_Ctx(pInst);
     }
-    // An expiry ends flow control as far as the producer is concerned.
-    pInst->pProd->bIsFcmOn = 0;
     ZAN_VrrpProd_Trace_(pCompCtx, LINE_TMRTO, "vrrp prod, OnTmrTO_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pInst->pProd->State);
+    // An expiry ends flow control as far as the producer is concerned.
+    pInst->pProd->bIsFcmOn = 0;
     (void)ZAN_VrrpProd_ReDo_(pCompCtx, pInst);
 }
 

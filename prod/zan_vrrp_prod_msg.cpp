@@ -87,8 +87,12 @@ uint8_t *ZAN_VrrpProd_MallocSendMsg_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *
 uint32_t ZAN_VrrpProd_FillSendMsg_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, ZAN_VRRP_PART_S *pPart,
                                    uint8_t *pMsg, uint32_t ulCapacity)
 {
+    const ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     ZAN_VrrpProd_Trace_(pCompCtx, LINE_FILL, "vrrp prod, FillSendMsg_, %u, %u", pInst->IfGroupId,
-                        (uint32_t)pInst->pProd->State);
+                        (uint32_t)pProd->State);
+    if (pPart == pProd->pPinned && pProd->bPinnedGone != 0u) {
+        return 0;  // replaced or dropped from the trace: the newer version, if any, is still stored
+    }
     const uint8_t *pucKey = ZAN_VrrpProd_PartTlv(pPart);
     const uint32_t ulKeyWord = ((uint32_t)ZAN_VrrpAdp_GetHost16(pucKey) << 16) | ZAN_VrrpAdp_GetHost16(pucKey + 2);
     const uint8_t *pucData = pucKey + 4u + ZAN_VRRP_KEY_TLV_LEN;
@@ -166,6 +170,9 @@ uint32_t ZAN_VrrpProd_DoAddProd_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pIns
     const uint32_t ulResetCnt = pInst->pProd->ulResetCnt;
     ZAN_VrrpProd_Trace_(pCompCtx, LINE_DOADDPROD, "vrrp prod, DoAddProd_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pInst->pProd->State);
+    if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
+        return 0;
+    }
     ZAN_VrrpProd_StopTmr_(pCompCtx, pInst);
     ZAN_VRRP_PROD_SEND_PARA_S stPara;
     (void)memset_s(&stPara, sizeof(stPara), 0, sizeof(stPara));

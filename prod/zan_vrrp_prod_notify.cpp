@@ -57,10 +57,9 @@ uint32_t ZAN_VrrpProd_OnNotifyEvent(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *p
 
 uint32_t ZAN_VrrpProd_DoNotifyEventAck_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, uint8_t *pMsg)
 {
-    // Counted before the send, whatever its outcome.
-    pInst->aulSendAckCnt[ZAN_VRRP_MSG_NOTIFY_EVENT]++;
     ZAN_VrrpProd_Trace_(pCompCtx, LINE_NOTIFYACK, "vrrp prod, DoNotifyEventAck_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pInst->pProd->State);
+    pInst->aulSendAckCnt[ZAN_VRRP_MSG_NOTIFY_EVENT]++;  // before the send, whatever its outcome
     ZAN_VrrpInst_SendAck(pInst, pMsg);
     return 0;
 }

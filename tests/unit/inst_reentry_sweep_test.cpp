@@ -187,6 +187,17 @@ void CheckInvariants(const char *step)
         if (inst->pProd != nullptr && inst->pProd->tmr != 0u) {
             held.insert(inst->pProd->tmr);
         }
+        // A step that waits for an acknowledgement keeps its retransmission timer (the scenario
+        // arms no timer failure).
+        if (inst->stInstHead.ulStatus == 0u) {
+            EXPECT_TRUE(inst->State != VRRP_INST_STATE_REGING || inst->RegTmr != 0u) << "pid " << pid;
+        }
+        if (inst->pProd != nullptr) {
+            const ZAN_VRRP_PROD_S *prod = inst->pProd;
+            const bool waiting = (prod->State >= VRRP_PROD_STATE_ADD_PROD && prod->State <= VRRP_PROD_STATE_BN_DATA) ||
+                                 prod->stWaitAckList.pNext != &prod->stWaitAckList;
+            EXPECT_TRUE(!waiting || prod->tmr != 0u) << "pid " << pid << " producer state " << (int)prod->State;
+        }
         if (inst->bWorkOn == 0u && inst->stInstHead.ulStatus == 0u) {
             if (inst->pProd != nullptr) {
                 EXPECT_EQ(inst->pProd->State, VRRP_PROD_STATE_INIT) << "pid " << pid;

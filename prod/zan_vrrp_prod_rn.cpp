@@ -25,53 +25,37 @@ uint8_t *ZAN_VrrpProd_MallocRNData_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *p
     return ZAN_VrrpProd_MallocSendMsg_(pCompCtx, pInst, &stPara);
 }
 
-// The parts of the outstanding message again, in a new message. Only a reset can change the
-// wait-ack list while its parts are packed (the packing traces), and a reset ends the step.
+// The parts of the outstanding message again, in pMsg. Only a reset can change the wait-ack
+// list while its parts are packed (the packing traces), and a reset ends the step.
 // 0: the step goes on to its timer; 1: a reset ended it.
-uint32_t ZAN_VrrpProd_ResendWaitAck_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, uint32_t ulResetCnt)
+uint32_t ZAN_VrrpProd_ResendWaitAck_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, uint8_t *pMsg,
+                                     uint32_t ulResetCnt)
 {
-    uint8_t *pMsg = ZAN_VrrpProd_MallocRNData_(pCompCtx, pInst);
-    if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
-        return ZAN_VrrpProd_SendUnlessReset_(pInst, pMsg, ulResetCnt);
-    }
-    if (pMsg == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_DORNDATA_MALLOC_NG, "vrrp prod, SendMsgRNotifyData_, malloc send msg ng, %u",
-                            pInst->IfGroupId);
-        return ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt) ? 1u : 0u;
-    }
     ZAN_LIST_LINK_S *pCursor = nullptr;
     for (ZAN_VRRP_PART_S *pPart = ZAN_VrrpProd_GetFirstWaitAckPart_(pCompCtx, pInst, &pCursor); pPart != nullptr;
          pPart = ZAN_VrrpProd_GetNextWaitAckPart_(pCompCtx, pInst, &pCursor)) {
         uint32_t bGone = 0;
         (void)ZAN_VrrpProd_FillPinned_(pCompCtx, pInst, pPart, pMsg, &bGone);
         if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
-            return ZAN_VrrpProd_SendUnlessReset_(pInst, pMsg, ulResetCnt);
+            break;
         }
     }
     return ZAN_VrrpProd_SendUnlessReset_(pInst, pMsg, ulResetCnt);
 }
 
-// New parts, oldest first, into one message; each packed part moves to the wait-ack list. The
-// list is taken from its head each time: packed parts leave it, and the application may add or
-// replace parts from the packing's trace. 0: the step goes on to its timer; 1: a reset ended it.
-uint32_t ZAN_VrrpProd_SendNewParts_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, uint32_t ulResetCnt)
+// New parts, oldest first, into pMsg; each packed part moves to the wait-ack list. The list is
+// taken from its head each time: packed parts leave it, and the application may add or replace
+// parts from the packing's trace. 0: the step goes on to its timer; 1: a reset ended it.
+uint32_t ZAN_VrrpProd_SendNewParts_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, uint8_t *pMsg,
+                                    uint32_t ulResetCnt)
 {
-    uint8_t *pMsg = ZAN_VrrpProd_MallocRNData_(pCompCtx, pInst);
-    if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
-        return ZAN_VrrpProd_SendUnlessReset_(pInst, pMsg, ulResetCnt);
-    }
-    if (pMsg == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_DORNDATA_MALLOC_NG, "vrrp prod, SendMsgRNotifyData_, malloc send msg ng, %u",
-                            pInst->IfGroupId);
-        return ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt) ? 1u : 0u;  // all parts stay stored
-    }
     ZAN_LIST_LINK_S *pCursor = nullptr;
     for (ZAN_VRRP_PART_S *pPart = ZAN_VrrpProd_GetFirstPartByTime_(pCompCtx, pInst, &pCursor); pPart != nullptr;
          pPart = ZAN_VrrpProd_GetFirstPartByTime_(pCompCtx, pInst, &pCursor)) {
         uint32_t bGone = 0;
         const uint32_t ulRet = ZAN_VrrpProd_FillPinned_(pCompCtx, pInst, pPart, pMsg, &bGone);
         if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
-            return ZAN_VrrpProd_SendUnlessReset_(pInst, pMsg, ulResetCnt);
+            break;
         }
         if (ulRet != 0u) {
             // This part and the later ones wait for the next message.
@@ -98,16 +82,26 @@ uint32_t ZAN_VrrpProd_DoRNotifyData_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *
         return 0;
     }
     ZAN_VrrpProd_StopTmr_(pCompCtx, pInst);
-    uint32_t ulEnded = 0;
-    if (pProd->stWaitAckList.pNext != &pProd->stWaitAckList) {
-        // A message is still unacknowledged: its parts go again; new data waits.
-        ulEnded = ZAN_VrrpProd_ResendWaitAck_(pCompCtx, pInst, ulResetCnt);
-    } else if (pProd->stPartList.pNext == &pProd->stPartList) {
+    const bool bWaiting = pProd->stWaitAckList.pNext != &pProd->stWaitAckList;
+    if (!bWaiting && pProd->stPartList.pNext == &pProd->stPartList) {
         ZAN_VrrpProd_Trace_(pCompCtx, LINE_DORNDATA_NO_DATA, "vrrp prod, SendMsgRNotifyData_, no data to send, %u",
                             pInst->IfGroupId);
         return 0;  // idle: no timer
+    }
+    uint8_t *pMsg = ZAN_VrrpProd_MallocRNData_(pCompCtx, pInst);
+    uint32_t ulEnded = 0;
+    if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
+        ulEnded = ZAN_VrrpProd_SendUnlessReset_(pInst, pMsg, ulResetCnt);  // releases it
+    } else if (pMsg == nullptr) {
+        // Nothing moves; the timer, or the end of flow control for new data, tries again.
+        ZAN_VrrpProd_Trace_(pCompCtx, LINE_DORNDATA_MALLOC_NG, "vrrp prod, SendMsgRNotifyData_, malloc send msg ng, %u",
+                            pInst->IfGroupId);
+        ulEnded = ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt) ? 1u : 0u;
+    } else if (bWaiting) {
+        // A message is still unacknowledged: its parts go again; new data waits.
+        ulEnded = ZAN_VrrpProd_ResendWaitAck_(pCompCtx, pInst, pMsg, ulResetCnt);
     } else {
-        ulEnded = ZAN_VrrpProd_SendNewParts_(pCompCtx, pInst, ulResetCnt);
+        ulEnded = ZAN_VrrpProd_SendNewParts_(pCompCtx, pInst, pMsg, ulResetCnt);
     }
     if (ulEnded == 0u) {
         (void)ZAN_VrrpProd_StartTmr_(pCompCtx, pInst, ZAN_VRRP_PROD_TMR_RN_DATA);

@@ -74,7 +74,9 @@ ZAN_VRRP_TLV_S Tlv(uint16_t type, uint16_t len, const std::vector<uint8_t> &valu
     ZAN_VRRP_TLV_S tlv{};
     tlv.usType = type;
     tlv.usLen = len;
-    std::memcpy(tlv.aucValue, value.data(), std::min(value.size(), sizeof(tlv.aucValue)));
+    if (!value.empty()) {
+        std::memcpy(tlv.aucValue, value.data(), std::min(value.size(), sizeof(tlv.aucValue)));
+    }
     return tlv;
 }
 

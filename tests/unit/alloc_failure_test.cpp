@@ -54,6 +54,18 @@ void Scenario()
     host::DeliverMsg(0x10, Header(0x01, ZAN_VRRP_MSG_BU_BEGIN_END, 0, kRecs));
     host::DeliverMsg(0x10, Header(0x01, ZAN_VRRP_MSG_BU_DATA, 30, kRecs));
     host::DeliverFcm(0x10);
+    // The producer through its batch to real-time data.
+    host::DeliverMsg(0x10, Header(0x81, ZAN_VRRP_MSG_ADD_PRODUCER));
+    host::DeliverMsg(0x10, Header(0x81, ZAN_VRRP_MSG_BN_BEGIN, 1));
+    host::DeliverMsg(0x10, Header(0x81, ZAN_VRRP_MSG_BN_END, 2));
+    for (uint8_t i = 0; i < 3; i++) {
+        ZAN_VRRP_TLV_S key = libtest::Tlv(ZAN_VRRP_KEY_TLV_TYPE, 8, {i, 0, 0, 0, 1, 0, 0, 0});
+        ZAN_VRRP_TLV_S data = libtest::Tlv(ZAN_VRRP_DATA_TLV_TYPE, 8, {1, 2, 3, 4, 5, 6, 7, 8});
+        ZAN_VrrpAdp_SendData(adp, 1, &key, &data);
+    }
+    host::RunFlush();
+    host::Advance(5005);
+    host::DeliverMsg(0x10, Header(0x81, ZAN_VRRP_MSG_RN_DATA));
     host::Advance(5001);
     for (const char *item : {"adp-base", "adp-stat", "inst-base", "inst-msgstat", "inst-srvstat", "inst-consumer",
                              "inst-subinfo", "inst-prod"}) {

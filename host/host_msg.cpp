@@ -54,6 +54,11 @@ std::deque<SentMsg> &Sent()
     return W().msg.sent;
 }
 
+void SetSendHook(std::function<void(const SentMsg &)> hook)
+{
+    W().msg.sendHook = std::move(hook);
+}
+
 uint16_t AdapterMsgClass()
 {
     const ZAN_COMP_ADP_S *adp = W().frame.current;
@@ -139,6 +144,9 @@ uint32_t KOL_SEND_MSG(uint32_t destPid, uint32_t service, uint32_t port, void *b
     } else {
         const uint8_t *p = static_cast<const uint8_t *>(buf);
         m.sent.push_back(host::SentMsg{destPid, std::vector<uint8_t>(p, p + len)});
+        if (m.sendHook) {
+            m.sendHook(m.sent.back());
+        }
     }
     std::free(buf);
     return ret;

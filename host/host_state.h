@@ -69,6 +69,7 @@ struct MsgState {
     std::unordered_map<void *, OutMsg> outstanding;   // library buffers neither sent nor freed
     std::unordered_map<const void *, InMsg> received; // buffers being delivered right now
     std::deque<SentMsg> sent;
+    std::function<void(const SentMsg &)> sendHook;
 };
 
 using InstTable = std::map<uint32_t, ZAN_COMP_INST_S *>;

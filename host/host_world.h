@@ -7,6 +7,7 @@
 
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <optional>
 #include <string>
 #include <vector>
@@ -58,6 +59,9 @@ const std::vector<std::string> &FaultLog();
 
 // Messages sent by the library, oldest first; consumers pop them.
 std::deque<SentMsg> &Sent();
+// Called for every message the library sends successfully, at the moment it is sent (a capture
+// takes the virtual time from Now()); empty: none.
+void SetSendHook(std::function<void(const SentMsg &)> hook);
 
 // Delivers bytes from pid to the handler registered for the adapter's message class.
 // deliveredSize (default: bytes.size()) is what MSG_DataSizeGet answers; the buffer holds

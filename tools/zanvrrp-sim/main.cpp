@@ -1,49 +1,55 @@
-// zanvrrp-sim: runs conformance scripts against the library on the host platform.
-//   zanvrrp-sim script [--verbose] FILE...
-// One line per file (`ok FILE` or `FAIL FILE:LINE: ...`), then `N passed, M failed`;
-// exit status 0 only when no file failed.
+// zanvrrp-sim: the library on the host platform.
+//   zanvrrp-sim script [--verbose] [--pcap FILE] FILE...   conformance scripts
+//   zanvrrp-sim decode HEX...                              one message, header and body
+//   zanvrrp-sim pcap-fields FILE                           a capture's messages, one line each
+// `script` prints one line per file (`ok FILE` or `FAIL FILE:LINE: ...`), then
+// `N passed, M failed`; exit status 0 only when no file failed.
 #include <iostream>
 #include <string>
 #include <vector>
 
+#include "decode.h"
+#include "lexer.h"
+#include "pcap.h"
 #include "runner.h"
 
 namespace {
 
-int Usage()
+int Usage(std::ostream &out, int status)
 {
-    std::cerr << "usage: zanvrrp-sim script [--verbose] FILE...\n";
-    return 2;
+    out << "usage: zanvrrp-sim script [--verbose] [--pcap FILE] FILE...\n"
+           "       zanvrrp-sim decode HEX...\n"
+           "       zanvrrp-sim pcap-fields FILE\n";
+    return status;
 }
 
-}  // namespace
-
-int main(int argc, char **argv)
+int Script(const std::vector<std::string> &args)
 {
     bool verbose = false;
-    bool sawScript = false;
+    std::string pcapPath;
     std::vector<std::string> files;
-    for (int i = 1; i < argc; ++i) {
-        std::string arg = argv[i];
-        if (arg == "--verbose" || arg == "-v") {
+    for (std::size_t i = 0; i < args.size(); ++i) {
+        if (args[i] == "--verbose" || args[i] == "-v") {
             verbose = true;
-        } else if (arg == "--help" || arg == "-h") {
-            Usage();
-            return 0;
-        } else if (!sawScript) {
-            if (arg != "script") {
-                return Usage();
-            }
-            sawScript = true;
+        } else if (args[i] == "--pcap" && i + 1 < args.size()) {
+            pcapPath = args[++i];
         } else {
-            files.push_back(arg);
+            files.push_back(args[i]);
         }
     }
-    if (!sawScript || files.empty()) {
-        return Usage();
+    if (files.empty()) {
+        return Usage(std::cerr, 2);
     }
-
+    sim::PcapWriter pcap;
+    std::string err;
+    if (!pcapPath.empty() && !pcap.Open(pcapPath, err)) {
+        std::cerr << "zanvrrp-sim: " << err << "\n";
+        return 2;
+    }
     sim::Runner runner(std::cout, verbose);
+    if (!pcapPath.empty()) {
+        runner.SetPcap(&pcap);
+    }
     unsigned passed = 0;
     unsigned failed = 0;
     for (const std::string &file : files) {
@@ -59,4 +65,60 @@ int main(int argc, char **argv)
     }
     std::cout << passed << " passed, " << failed << " failed\n";
     return failed == 0 ? 0 : 1;
+}
+
+int DecodeCmd(const std::vector<std::string> &args)
+{
+    std::string hex;
+    for (const std::string &a : args) {
+        hex += a + " ";
+    }
+    try {
+        std::cout << sim::DescribeFull(sim::Decode(sim::ParseHexPairs(hex)));
+    } catch (const sim::ScriptError &e) {
+        std::cerr << "zanvrrp-sim decode: " << e.what() << "\n";
+        return 2;
+    }
+    return 0;
+}
+
+int PcapFields(const std::vector<std::string> &args)
+{
+    if (args.size() != 1) {
+        return Usage(std::cerr, 2);
+    }
+    std::vector<sim::PcapPacket> packets;
+    std::string err;
+    if (!sim::ReadPcap(args[0], packets, err)) {
+        std::cerr << "zanvrrp-sim pcap-fields: " << err << "\n";
+        return 1;
+    }
+    for (const sim::PcapPacket &p : packets) {
+        std::cout << sim::Fields(sim::Decode(p.msg), p.sender, p.receiver) << "\n";
+    }
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv)
+{
+    if (argc < 2) {
+        return Usage(std::cerr, 2);
+    }
+    const std::string cmd = argv[1];
+    const std::vector<std::string> args(argv + 2, argv + argc);
+    if (cmd == "--help" || cmd == "-h") {
+        return Usage(std::cout, 0);
+    }
+    if (cmd == "script") {
+        return Script(args);
+    }
+    if (cmd == "decode") {
+        return DecodeCmd(args);
+    }
+    if (cmd == "pcap-fields") {
+        return PcapFields(args);
+    }
+    return Usage(std::cerr, 2);
 }

@@ -2,6 +2,8 @@
 
 #include <cstdio>
 
+#include "decode.h"
+
 namespace sim {
 
 namespace {
@@ -241,23 +243,18 @@ std::string CompareMsg(const MsgForm &f, const std::vector<uint8_t> &sent)
 
 const char *MsgTypeName(uint32_t type)
 {
-    static const char *const kNames[] = {
-        "Unknown",   "AddProducer", "DelProducer", "BNBegin", "BNData",  "BNEnd",      "RNData", "Register",
-        "UnRegister", "Subscribe",  "UnSubscribe", "BUBegin", "BUData",  "BUEnd",      "BUBeginEnd", "RUData",
-        "NotifyEvent",
-    };
-    return type < sizeof(kNames) / sizeof(kNames[0]) ? kNames[type] : "Unknown";
+    return TypeName(type);
 }
 
 std::string DecodeHeader(const std::vector<uint8_t> &m)
 {
-    if (m.size() < kHdrLen) {
+    const Decoded d = Decode(m);
+    if (d.shortMsg) {
         return "(" + std::to_string(m.size()) + " bytes, shorter than a header)";
     }
     char buf[256];
-    std::snprintf(buf, sizeof(buf), "len=%u flags=0x%02x%s type=%u(%s) tran=%u w8=%u w10=%u seq=%u w16=%u cnt=%u",
-                  GetBe16(m, 0), m[2], (m[2] & 0x80u) ? "(ack)" : "", m[3], MsgTypeName(m[3]), GetBe32(m, 4),
-                  GetBe16(m, 8), GetBe16(m, 10), GetBe32(m, 12), GetBe16(m, 16), GetBe16(m, 18));
+    std::snprintf(buf, sizeof(buf), "len=%u flags=0x%02x%s type=%u(%s) tran=%u w8=%u w10=%u seq=%u w16=%u cnt=%u", d.len,
+                  d.flags, d.ack ? "(ack)" : "", d.type, TypeName(d.type), d.tran, d.w8, d.w10, d.seq, d.w16, d.cnt);
     return buf;
 }
 

@@ -134,6 +134,9 @@ void Runner::ResetWorld()
     } else {
         rec.log = nullptr;
     }
+    if (pcap_ != nullptr) {
+        host::SetSendHook([this](const host::SentMsg &m) { pcap_->Write(host::Now(), host::Ctx()->ulCid, m.pid, m.bytes); });
+    }
     reactions_.clear();
     reactionDepth_ = 0;
     pending_.reset();
@@ -564,6 +567,9 @@ void Runner::CmdRecv(Args &a, const LexedLine &l, bool dry)
     std::vector<uint8_t> bytes = BuildMsg(form);
     Log("recv from pid " + HexNum(pid) + (form.size ? " size " + std::to_string(*form.size) : std::string()) + ": " +
         HexSpaced(bytes) + "  [" + DecodeHeader(bytes) + "]");
+    if (pcap_ != nullptr) {
+        pcap_->Write(host::Now(), pid, host::Ctx()->ulCid, bytes);
+    }
     if (!host::DeliverMsg(pid, bytes, form.size)) {
         throw ExpectFail{"expected a message handler for the adapter's class, got none registered", std::nullopt};
     }

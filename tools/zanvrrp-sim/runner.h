@@ -13,6 +13,7 @@
 #include "args.h"
 #include "host/host_world.h"
 #include "lexer.h"
+#include "pcap.h"
 #include "recorder.h"
 
 struct ZAN_VRRP_ADP;
@@ -35,6 +36,8 @@ public:
 
     // Runs the script; true when it passed, else `failure` is "FILE:LINE: what".
     bool RunFile(const std::string &path, std::string &failure);
+    // Every message the library sends and every message a script delivers goes to the capture.
+    void SetPcap(PcapWriter *pcap) { pcap_ = pcap; }
 
     // Test seam: called with the line number right after each top-level step has run,
     // before the step's checks.
@@ -113,6 +116,7 @@ private:
     uint32_t reactionDepth_ = 0;
     std::optional<ExpectFail> pending_;
     std::optional<host::CliResult> lastCli_;
+    PcapWriter *pcap_ = nullptr;
     std::function<void(uint32_t)> stepHook_;
 };
 

@@ -55,6 +55,17 @@ std::vector<uint32_t> RunningTimerPeriods()
     return periods;
 }
 
+std::optional<uint64_t> NextTimerDue()
+{
+    std::optional<uint64_t> due;
+    for (const auto &entry : W().timer.timers) {
+        if (!due || entry.second.due < *due) {
+            due = entry.second.due;
+        }
+    }
+    return due;
+}
+
 std::vector<uint32_t> RunningTimerHandles()
 {
     // The map is ordered by handle.

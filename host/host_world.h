@@ -88,6 +88,7 @@ bool SetStatus(uint32_t pid, uint32_t value);
 // Virtual clock and loop timers.
 uint64_t Now();
 void Advance(uint64_t ms);                       // fires every due expiry in time order
+std::optional<uint64_t> NextTimerDue();          // time of the earliest expiry (none: no timer)
 std::vector<uint32_t> RunningTimerPeriods();     // sorted ascending
 std::vector<uint32_t> RunningTimerHandles();     // sorted ascending
 uint32_t TimerPeriod(uint32_t handle);           // period of the running timer with handle (0: none)

@@ -1,4 +1,5 @@
 // zanvrrp-sim: the library on the host platform.
+//   zanvrrp-sim run [OPTIONS]                              the live simulation
 //   zanvrrp-sim script [--verbose] [--pcap FILE] FILE...   conformance scripts
 //   zanvrrp-sim decode HEX...                              one message, header and body
 //   zanvrrp-sim pcap-fields FILE                           a capture's messages, one line each
@@ -12,12 +13,14 @@
 #include "lexer.h"
 #include "pcap.h"
 #include "runner.h"
+#include "simrun.h"
 
 namespace {
 
 int Usage(std::ostream &out, int status)
 {
-    out << "usage: zanvrrp-sim script [--verbose] [--pcap FILE] FILE...\n"
+    out << "usage: " << sim::kSimUsage
+        << "       zanvrrp-sim script [--verbose] [--pcap FILE] FILE...\n"
            "       zanvrrp-sim decode HEX...\n"
            "       zanvrrp-sim pcap-fields FILE\n";
     return status;
@@ -67,6 +70,47 @@ int Script(const std::vector<std::string> &args)
     return failed == 0 ? 0 : 1;
 }
 
+// One run shows everything and ends with the verdict; several seeds print one line each.
+int Run(const std::vector<std::string> &args)
+{
+    sim::SimOptions opt;
+    std::vector<uint64_t> seeds;
+    std::string err;
+    if (!sim::ParseSimOptions(args, opt, seeds, err)) {
+        std::cerr << "zanvrrp-sim run: " << err << "\n" << sim::kSimUsage;
+        return 2;
+    }
+    if (seeds.size() == 1) {
+        opt.seed = seeds[0];
+        std::cout << "zanvrrp-sim run: seed " << opt.seed << ", " << opt.peers << " VRRP components x " << opt.groups
+                  << " interface groups, " << opt.items << " items and " << opt.parts << " data per group, "
+                  << opt.duration << " s\n";
+        const sim::SimOutcome r = sim::RunSimulation(opt, std::cout);
+        if (!opt.pcap.empty()) {
+            std::cout << "\nCapture: " << opt.pcap << "\n";
+        }
+        std::cout << "\nVERDICT: " << r.verdict << "\n";
+        return r.ok ? 0 : 1;
+    }
+    opt.report = false;
+    opt.progress = false;
+    opt.trace = false;
+    opt.pcap.clear();
+    unsigned failed = 0;
+    uint64_t messages = 0;
+    for (uint64_t seed : seeds) {
+        opt.seed = seed;
+        const sim::SimOutcome r = sim::RunSimulation(opt, std::cout);
+        messages += r.messages;
+        if (!r.ok) {
+            failed++;
+            std::cout << "seed " << seed << ": " << r.verdict << "\n";
+        }
+    }
+    std::cout << seeds.size() - failed << " of " << seeds.size() << " seeds converged, " << messages << " messages\n";
+    return failed == 0 ? 0 : 1;
+}
+
 int DecodeCmd(const std::vector<std::string> &args)
 {
     std::string hex;
@@ -110,6 +154,9 @@ int main(int argc, char **argv)
     const std::vector<std::string> args(argv + 2, argv + argc);
     if (cmd == "--help" || cmd == "-h") {
         return Usage(std::cout, 0);
+    }
+    if (cmd == "run") {
+        return Run(args);
     }
     if (cmd == "script") {
         return Script(args);

@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Installs what the build needs when it is missing: the host toolchain, CMake, binutils, the
-# GoogleTest sources and Google Benchmark; with the argument "armhf" also the 32-bit ARM cross
-# compiler and qemu-user. Touches apt (as root) only when something is missing; quiet otherwise.
+# GoogleTest sources, Google Benchmark and tshark (for the capture dissector's test); with the
+# argument "armhf" also the 32-bit ARM cross compiler and qemu-user. Touches apt (as root) only
+# when something is missing; quiet otherwise.
 set -euo pipefail
 
 need=()
@@ -14,6 +15,7 @@ have_cmd make || need+=(make)
 have_cmd nm || need+=(binutils)
 [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
 have_pkg libbenchmark-dev || need+=(libbenchmark-dev)
+have_cmd tshark || need+=(tshark)
 case "${1:-}" in
   "") ;;
   armhf)

@@ -254,8 +254,13 @@ std::string Fields(const Decoded &d, uint32_t sender, uint32_t receiver)
         keys += (keys.empty() ? "" : ",") + HexCompact(e.key.value);
     }
     char buf[200];
-    std::snprintf(buf, sizeof(buf), "%u\t%u\t%u\t%u\t%u\t%u\t%u\t%u\t%u\t%u\t%u\t%u\t%zu\t", sender, receiver, d.len,
-                  d.flags, d.ack ? 1u : 0u, d.type, d.tran, d.w8, d.w10, d.seq, d.w16, d.cnt, d.elems.size());
+    if (d.shortMsg) {
+        // no header: its ten fields are empty, as a dissector leaves fields it did not find
+        std::snprintf(buf, sizeof(buf), "%u\t%u\t\t\t\t\t\t\t\t\t\t\t%zu\t", sender, receiver, d.elems.size());
+    } else {
+        std::snprintf(buf, sizeof(buf), "%u\t%u\t%u\t%u\t%u\t%u\t%u\t%u\t%u\t%u\t%u\t%u\t%zu\t", sender, receiver,
+                      d.len, d.flags, d.ack ? 1u : 0u, d.type, d.tran, d.w8, d.w10, d.seq, d.w16, d.cnt, d.elems.size());
+    }
     return std::string(buf) + keys + "\t" + (d.malformed ? "1" : "0");
 }
 

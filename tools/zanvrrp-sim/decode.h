@@ -52,7 +52,7 @@ std::string DescribeLine(const Decoded &d);
 std::string DescribeFull(const Decoded &d);
 // The fields compared with the capture dissector, tab-separated: sender, receiver, len, flags,
 // ack, type, tran, w8, w10, seq, w16, cnt, elements, key values (hex, comma-separated),
-// malformed (0/1).
+// malformed (0/1). A message shorter than a header leaves the ten header fields empty.
 std::string Fields(const Decoded &d, uint32_t sender, uint32_t receiver);
 
 }  // namespace sim

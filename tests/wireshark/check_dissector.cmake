@@ -1,6 +1,6 @@
 # The Wireshark dissector (tools/wireshark/zanvrrp.lua) reads captures as the simulator's decoder
 # does: capture some conformance scripts and the crafted bodies of bodies.zvs with
-# `zanvrrp-sim script --pcap`, print every packet's fields with tshark and with
+# `zanvrrp-sim script --pcap`, and a run of the live simulation, print every packet's fields with tshark and with
 # `zanvrrp-sim pcap-fields`, and compare the two line by line. Prints "tshark is not installed"
 # (CTest's skip pattern) and passes when there is no tshark.
 #
@@ -68,13 +68,13 @@ function(compare_lines what want_file got_file)
   message("${what}: ${nwant} packets, the same fields")
 endfunction()
 
-# One capture: sim script FILES..., then both readers, then the comparison.
+# One capture: zanvrrp-sim ARGS... --pcap FILE, then both readers, then the comparison.
 function(check_capture name)
   set(pcap ${WORK}/${name}.pcap)
-  execute_process(COMMAND ${emu} ${SIM} script --pcap ${pcap} ${ARGN}
+  execute_process(COMMAND ${emu} ${SIM} ${ARGN} --pcap ${pcap}
                   OUTPUT_VARIABLE out ERROR_VARIABLE out RESULT_VARIABLE rc)
   if(NOT rc EQUAL 0)
-    message(FATAL_ERROR "${name}: zanvrrp-sim script failed (${rc}):\n${out}")
+    message(FATAL_ERROR "${name}: zanvrrp-sim ${ARGN} failed (${rc}):\n${out}")
   endif()
   execute_process(COMMAND ${emu} ${SIM} pcap-fields ${pcap} OUTPUT_FILE ${WORK}/${name}.want
                   ERROR_VARIABLE err RESULT_VARIABLE rc)
@@ -135,5 +135,8 @@ set(files "")
 foreach(s ${scripts})
   list(APPEND files ${SRC}/tests/scripts/${s}.zvs)
 endforeach()
-check_capture(scripts ${files})
-check_capture(bodies ${SRC}/tests/wireshark/bodies.zvs)
+check_capture(scripts script ${files})
+check_capture(bodies script ${SRC}/tests/wireshark/bodies.zvs)
+# The live simulation's traffic: batches of several BUData, notify events, restarts.
+check_capture(simulation run --duration 40 --seed 5 --items 100 --parts 200 --loss 0.1 --dup 0.05 --fc --flaps
+              --work --quiet)

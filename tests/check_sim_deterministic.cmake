@@ -1,0 +1,23 @@
+# The live simulation is the same run for the same seed: two runs print the same trace, and a
+# run with another seed differs.
+# cmake -DSIM=<zanvrrp-sim> [-DEMU=<emulator|args>] -DWORK=<scratch dir> -P check_sim_deterministic.cmake
+string(REPLACE "|" ";" emu "${EMU}")
+file(MAKE_DIRECTORY ${WORK})
+set(args run --duration 60 --loss 0.1 --dup 0.05 --fc --flaps --work --trace --quiet)
+foreach(run a:3 b:3 c:4)
+  string(REPLACE ":" ";" parts ${run})
+  list(GET parts 0 name)
+  list(GET parts 1 seed)
+  execute_process(COMMAND ${emu} ${SIM} ${args} --seed ${seed} OUTPUT_FILE ${WORK}/${name}.txt RESULT_VARIABLE rc)
+  if(NOT rc EQUAL 0)
+    message(FATAL_ERROR "seed ${seed}: the run failed (${rc})")
+  endif()
+endforeach()
+execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${WORK}/a.txt ${WORK}/b.txt RESULT_VARIABLE same)
+if(NOT same EQUAL 0)
+  message(FATAL_ERROR "two runs of seed 3 differ: ${WORK}/a.txt ${WORK}/b.txt")
+endif()
+execute_process(COMMAND ${CMAKE_COMMAND} -E compare_files ${WORK}/a.txt ${WORK}/c.txt RESULT_VARIABLE same)
+if(same EQUAL 0)
+  message(FATAL_ERROR "seeds 3 and 4 gave the same run")
+endif()

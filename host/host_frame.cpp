@@ -91,6 +91,22 @@ bool SetStatus(uint32_t pid, uint32_t value)
     return true;
 }
 
+std::vector<std::string> Registrations()
+{
+    std::vector<std::string> regs;
+    for (const auto &entry : W().frame.msgRegs) {
+        regs.push_back("message class " + std::to_string(entry.first));
+    }
+    for (const auto &entry : W().frame.cfgRegs) {
+        regs.push_back("configuration table " + std::to_string(entry.first.first) + " op " +
+                       std::to_string(entry.first.second));
+    }
+    for (const auto &entry : W().cli.commands) {
+        regs.push_back("command " + entry.first);
+    }
+    return regs;
+}
+
 std::optional<uint32_t> DeliverCfg(uint32_t tblId, uint32_t op, const std::vector<uint8_t> &rec)
 {
     auto it = W().frame.cfgRegs.find({tblId, op});
@@ -158,7 +174,11 @@ uint32_t ZAN_CompAdp_AddInst(ZAN_COMP_ADP_S *pAdp, ZAN_COMP_INST_S *pInst)
         host::Fault("ZAN_CompAdp_AddInst on an adapter without table or without instance");
         return 1;
     }
-    return tbl->emplace(pInst->ulPid, pInst).second ? 0u : 1u;
+    if (!tbl->emplace(pInst->ulPid, pInst).second) {
+        return 1;
+    }
+    W().frame.addedInsts.insert(pInst);
+    return 0;
 }
 
 uint32_t ZAN_CompAdp_DelInst(ZAN_COMP_ADP_S *pAdp, ZAN_COMP_INST_S *pInst)
@@ -173,6 +193,7 @@ uint32_t ZAN_CompAdp_DelInst(ZAN_COMP_ADP_S *pAdp, ZAN_COMP_INST_S *pInst)
         return 1;
     }
     tbl->erase(it);
+    W().frame.addedInsts.erase(pInst);
     return 0;
 }
 

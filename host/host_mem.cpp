@@ -1,7 +1,9 @@
 // Memory service of the host: handles with per-handle block accounting on real heap blocks,
 // the partition table and assertions.
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <tuple>
 
 #include "host_state.h"
 
@@ -51,6 +53,37 @@ uint32_t BlocksOn(uint32_t memHandle)
     return it == m.handles.end() ? 0u : static_cast<uint32_t>(it->second.blocks.size());
 }
 
+std::vector<uint32_t> MemHandles()
+{
+    std::vector<uint32_t> handles;
+    for (const auto &entry : W().mem.handles) {
+        handles.push_back(entry.first);
+    }
+    return handles;
+}
+
+std::vector<HeldBlock> HeldBlocks(uint32_t memHandle)
+{
+    const MemState &m = W().mem;
+    std::vector<HeldBlock> held;
+    auto it = m.handles.find(memHandle);
+    if (it != m.handles.end()) {
+        for (void *block : it->second.blocks) {
+            const MemBlock &b = m.blocks.at(block);
+            held.push_back(HeldBlock{b.file, b.line, b.size});
+        }
+    }
+    std::sort(held.begin(), held.end(), [](const HeldBlock &a, const HeldBlock &b) {
+        return std::tie(a.file, a.line, a.size) < std::tie(b.file, b.line, b.size);
+    });
+    return held;
+}
+
+const std::vector<HeldBlock> &FreedByFinalize()
+{
+    return W().mem.freedByFinalize;
+}
+
 uint32_t LastCreatedHandle()
 {
     return W().mem.lastCreated;
@@ -93,6 +126,16 @@ void KOL_HandleFinalize(uint32_t handle)
         return;
     }
     for (void *block : it->second.blocks) {
+        const host::MemBlock &b = m.blocks.at(block);
+        host::HeldBlock held{b.file, b.line, b.size, false};
+        std::set<const void *> &insts = W().frame.addedInsts;
+        const auto *begin = static_cast<const uint8_t *>(block);
+        auto inst = insts.lower_bound(block);
+        if (inst != insts.end() && static_cast<const uint8_t *>(*inst) < begin + b.size) {
+            held.instance = true;
+            insts.erase(inst);
+        }
+        m.freedByFinalize.push_back(held);
         m.blocks.erase(block);
         std::free(block);
     }
@@ -135,6 +178,10 @@ void KOL_Free_F(void *block, const char *file, uint32_t line)
     if (h != m.handles.end()) {
         h->second.blocks.erase(block);
     }
+    // An instance freed with its block is no instance any more.
+    std::set<const void *> &insts = W().frame.addedInsts;
+    const auto *begin = static_cast<const uint8_t *>(block);
+    insts.erase(insts.lower_bound(block), insts.lower_bound(begin + it->second.size));
     m.blocks.erase(it);
     std::free(block);
 }

@@ -26,7 +26,9 @@ void Fault(const std::string &what)
 
 bool ShouldFail(FailKind kind, uint32_t handle)
 {
-    FailArm &arm = W().fails[static_cast<size_t>(kind)];
+    World &w = W();
+    w.calls[static_cast<size_t>(kind)]++;
+    FailArm &arm = w.fails[static_cast<size_t>(kind)];
     if (!arm.armed) {
         return false;
     }
@@ -42,6 +44,10 @@ bool ShouldFail(FailKind kind, uint32_t handle)
     }
     if (arm.count == 0u) {
         arm.armed = false;
+    }
+    if (w.failHook) {
+        const std::function<void(FailKind)> hook = w.failHook;
+        hook(kind);
     }
     return true;
 }
@@ -67,6 +73,8 @@ void Reset()
     w.ctx.stCfgObj.ulObjId = kCfgObjId;
     w.mem.handles[kFwMemHandle] = MemHandleInfo{kCtxCid, 0, {}};
     ClearFail();
+    w.calls = {};
+    w.failHook = nullptr;
     w.faults.clear();
 }
 
@@ -90,6 +98,16 @@ void ArmFail(FailKind kind, uint32_t skip, uint32_t count, uint32_t handle)
 bool FailArmed(FailKind kind)
 {
     return W().fails[static_cast<size_t>(kind)].armed;
+}
+
+uint32_t Calls(FailKind kind)
+{
+    return kind == FailKind::Count ? 0u : W().calls[static_cast<size_t>(kind)];
+}
+
+void SetFailHook(std::function<void(FailKind)> hook)
+{
+    W().failHook = std::move(hook);
 }
 
 void ClearFail()

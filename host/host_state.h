@@ -7,6 +7,7 @@
 #include <array>
 #include <cstdint>
 #include <deque>
+#include <functional>
 #include <map>
 #include <memory>
 #include <set>
@@ -53,6 +54,7 @@ struct MemState {
     uint32_t nextHandle = kFirstMemHandle;
     uint32_t lastCreated = 0;
     std::vector<AssertRec> asserts;
+    std::vector<HeldBlock> freedByFinalize;
 };
 
 struct OutMsg {
@@ -91,6 +93,7 @@ struct FrameState {
     ZAN_COMP_ADP_S *current = nullptr;   // the adapter initialised on the world's context
     std::map<uint16_t, MsgReg> msgRegs;
     std::map<std::pair<uint32_t, uint32_t>, CfgReg> cfgRegs;
+    std::set<const void *> addedInsts;   // added to a table and not deleted from it
 };
 
 struct Timer {
@@ -135,6 +138,8 @@ struct World {
     TimerState timer;
     CliState cli;
     std::array<FailArm, static_cast<size_t>(FailKind::Count)> fails{};
+    std::array<uint32_t, static_cast<size_t>(FailKind::Count)> calls{};
+    std::function<void(FailKind)> failHook;
     std::vector<std::string> faults;
 };
 

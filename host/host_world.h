@@ -44,12 +44,29 @@ void ClearFail();
 // True while a failure of kind is armed and has not fired yet (a sweep ends when its position
 // lies beyond the last call of the scenario).
 bool FailArmed(FailKind kind);
+// Fallible calls of kind made since the world's start (Reset), the failed ones included: the
+// position ArmFail's skip counts (a failure armed at the start with skip i fails call i).
+uint32_t Calls(FailKind kind);
+// Called right after a call of any kind has been made to fail (empty: none); Reset drops it.
+void SetFailHook(std::function<void(FailKind)> hook);
 
 // Memory.
 uint32_t BlocksOn(uint32_t memHandle);        // blocks held on a handle
 uint64_t BytesOn(uint32_t memHandle);         // bytes requested by the blocks held on a handle
 uint32_t LastCreatedHandle();                 // handle made by the last KOL_HandleInitialize (0: none)
 uint32_t MsgsOutstanding();                   // allocated by the library, neither sent nor freed
+std::vector<uint32_t> MemHandles();           // every memory handle in existence, the framework's too
+struct HeldBlock {
+    std::string file;                         // where the block was allocated
+    uint32_t line = 0;
+    uint32_t size = 0;
+    bool instance = false;                    // FreedByFinalize: it held an instance of an adapter's table
+};
+std::vector<HeldBlock> HeldBlocks(uint32_t memHandle);  // ordered by file, line and size
+// Blocks that were still held on a handle when KOL_HandleFinalize ended it (and freed them with
+// it), since the world's start. `instance` marks a block holding an instance that was added to
+// an adapter's table and never deleted from it (the adapter's end drops its table whole).
+const std::vector<HeldBlock> &FreedByFinalize();
 const std::vector<AssertRec> &Asserts();
 
 // Misuse of the platform by the library (free of an unknown block, send of an unknown buffer,
@@ -73,6 +90,9 @@ bool DeliverFcm(uint32_t pid);
 bool RunFlush();
 // The message class the adapter registered its handler for (0: none).
 uint16_t AdapterMsgClass();
+// Every registration in force, described: message handlers ("message class N"), configuration
+// callbacks ("configuration table T op O") and diagnostic commands ("command NAME").
+std::vector<std::string> Registrations();
 
 // Configuration: calls the callback registered for (table, op) with the record.
 // Returns the callback's result, or nullopt when none is registered.

@@ -1,6 +1,7 @@
 // zanvrrp-sim: the library on the host platform.
 //   zanvrrp-sim run [OPTIONS]                              the live simulation
 //   zanvrrp-sim script [--verbose] [--pcap FILE] FILE...   conformance scripts
+//   zanvrrp-sim script --sweep [OPTIONS] FILE...           every fallible call of a script failed in turn
 //   zanvrrp-sim decode HEX...                              one message, header and body
 //   zanvrrp-sim pcap-fields FILE                           a capture's messages, one line each
 // `script` prints one line per file (`ok FILE` or `FAIL FILE:LINE: ...`), then
@@ -14,6 +15,7 @@
 #include "pcap.h"
 #include "runner.h"
 #include "simrun.h"
+#include "sweep.h"
 
 namespace {
 
@@ -21,13 +23,19 @@ int Usage(std::ostream &out, int status)
 {
     out << "usage: " << sim::kSimUsage
         << "       zanvrrp-sim script [--verbose] [--pcap FILE] FILE...\n"
-           "       zanvrrp-sim decode HEX...\n"
+        << sim::kSweepUsage
+        << "       zanvrrp-sim decode HEX...\n"
            "       zanvrrp-sim pcap-fields FILE\n";
     return status;
 }
 
 int Script(const std::vector<std::string> &args)
 {
+    for (const std::string &a : args) {
+        if (a == "--sweep") {
+            return sim::SweepMain(args, std::cout, std::cerr);
+        }
+    }
     bool verbose = false;
     std::string pcapPath;
     std::vector<std::string> files;

@@ -27,6 +27,32 @@ struct ExpectFail {
     std::optional<uint32_t> line;
 };
 
+// The failure kinds of the host as scripts and the sweep name them: malloc, msgalloc, timer,
+// send, meminit, regmsg, regcfg, reginner.
+const char *FailKindName(host::FailKind kind);
+std::optional<host::FailKind> ParseFailKind(const std::string &name);
+
+// How a sweep run (sweep.cpp) changes a script's run: survival is checked, not conformance.
+//  - `expect` lines are skipped and `expect=` arguments ignored;
+//  - `fail` lines are skipped: the sweep arms the failures;
+//  - a step that finds nothing to act on (no adapter after a failed get, no instance, no
+//    handler registered) is skipped; errors of `on` reactions are ignored;
+//  - platform misuse, a wrong callback argument or a runner fault still ends the run, failed.
+struct SweepHooks {
+    bool enabled = false;
+    // The script's lines were checked by an earlier run of the same file: no check pass.
+    bool checked = false;
+    // Called once the run's world is fresh, before the first step (arm failures here).
+    std::function<void()> worldReady;
+    // Called for every application event, after the script's own reactions have run: the
+    // sweep's application re-enters the library from here.
+    std::function<void(const AppEvent &)> appEvent;
+    // Called after each application call a step makes: subscribe/unsubscribe (key and
+    // subscription TLVs, interface group).
+    std::function<void(bool sub, const ZAN_VRRP_TLV_S &key, const ZAN_VRRP_TLV_S &subTlv, uint32_t ifgroup)>
+        subscribed;
+};
+
 class Runner {
 public:
     Runner(std::ostream &out, bool verbose);
@@ -42,6 +68,11 @@ public:
     // Test seam: called with the line number right after each top-level step has run,
     // before the step's checks.
     void SetStepHook(std::function<void(uint32_t line)> hook);
+
+    // Sweep runs (see SweepHooks); a default SweepHooks{} returns to conformance runs.
+    void SetSweep(SweepHooks hooks) { sweep_ = std::move(hooks); }
+    // The script line being run (0 before the first).
+    uint32_t CurrentLine() const { return curLine_; }
 
 private:
     struct Step {
@@ -66,6 +97,8 @@ private:
     void CheckFaults(uint32_t before);
     void RunReactions(const AppEvent &e);
     void CheckResult(const char *what, std::optional<uint32_t> expected, uint32_t got);
+    // True when CheckResult would neither log nor fail (its description need not be built).
+    bool ResultQuiet(std::optional<uint32_t> expected, uint32_t got) const;
 
     ZAN_VRRP_ADP *Adp() const;
     ZAN_VRRP_ADP *NeedAdp() const;
@@ -118,6 +151,7 @@ private:
     std::optional<host::CliResult> lastCli_;
     PcapWriter *pcap_ = nullptr;
     std::function<void(uint32_t)> stepHook_;
+    SweepHooks sweep_;
 };
 
 }  // namespace sim

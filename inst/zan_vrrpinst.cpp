@@ -15,6 +15,8 @@ constexpr uint32_t LINE_FREE_SUB = 303;
 constexpr uint32_t LINE_MALLOC_UNSUB = 306;
 constexpr uint32_t LINE_FREE_CLEAR = 380;
 constexpr uint32_t LINE_FREE_UNSUBED = 420;
+constexpr uint32_t LINE_FREE_REFUSED_SUB = 252;
+constexpr uint32_t LINE_FREE_REFUSED_UNSUB = 308;
 
 ZAN_VRRP_SUB_ITEM_S *ZAN_VrrpInst_ItemOfNode_(ZAN_RBT_NODE_S *pNode)
 {
@@ -64,6 +66,18 @@ uint32_t ZAN_VrrpInst_TraceAdd_(ZAN_VRRP_INST_S *pInst, uint32_t ulLine, const c
     return (pInst->ulDownCnt != ulDownCnt) ? 1u : 0u;
 }
 
+// Puts a new item into its group; a tree that refuses it gets it freed and counted.
+uint32_t ZAN_VrrpInst_AddItem_(ZAN_VRRP_INST_S *pInst, ZAN_RBT_HEAD_S *pTree, ZAN_VRRP_SUB_ITEM_S *pItem,
+                               uint32_t ulFreeLine)
+{
+    if (ZAN_RBT_AddNode(pTree, &pItem->stNode, pItem->aucKey, ZAN_VrrpInst_SubItemCmpKey_) != 0u) {
+        pInst->stDropStat.ulItemInsert++;
+        KOL_Free_F(pItem, ZAN_VRRP_INST_FILE, ulFreeLine);
+        return 1;
+    }
+    return 0;
+}
+
 void ZAN_VrrpInst_FreeItem_(ZAN_RBT_HEAD_S *pTree, ZAN_RBT_NODE_S *pNode, uint32_t ulLine)
 {
     WUX_RBT_RemoveNode(pTree, pNode);
@@ -107,9 +121,12 @@ void ZAN_VrrpInst_InitTree_(ZAN_RBT_HEAD_S *pTree)
     pTree->ulRsv = 0;
 }
 
+// Non-zero only when the framework refuses to make the instance; the caller then frees it.
 uint32_t ZAN_VrrpInst_Init(ZAN_VRRP_INST_S *pInst, ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t ulIfGroupId)
 {
-    (void)ZAN_CompInst_Init(&pInst->stInstHead, ulPid, pAdp->stAdpBase.pCompCtx, ulIfGroupId);
+    if (ZAN_CompInst_Init(&pInst->stInstHead, ulPid, pAdp->stAdpBase.pCompCtx, ulIfGroupId) != 0u) {
+        return 1;
+    }
     pInst->pAdp = pAdp;
     pInst->MemHandle = pAdp->ulMemHandle;
     pInst->IfGroupId = ulIfGroupId;
@@ -169,7 +186,9 @@ uint32_t ZAN_VrrpInst_AddSubItem(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *p
     if (pItem == nullptr) {
         return ZAN_VRRP_ALL_ONES;
     }
-    (void)ZAN_RBT_AddNode(&pInst->stSubItemTree, &pItem->stNode, pItem->aucKey, ZAN_VrrpInst_SubItemCmpKey_);
+    if (ZAN_VrrpInst_AddItem_(pInst, &pInst->stSubItemTree, pItem, LINE_FREE_REFUSED_SUB) != 0u) {
+        return ZAN_VRRP_ALL_ONES;
+    }
     pInst->bSubPending = 1;
     return 0;
 }
@@ -199,7 +218,9 @@ uint32_t ZAN_VrrpInst_AddUnSubItem(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S 
     if (pItem == nullptr) {
         return ZAN_VRRP_ALL_ONES;
     }
-    (void)ZAN_RBT_AddNode(&pInst->stUnSubItemTree, &pItem->stNode, pItem->aucKey, ZAN_VrrpInst_SubItemCmpKey_);
+    if (ZAN_VrrpInst_AddItem_(pInst, &pInst->stUnSubItemTree, pItem, LINE_FREE_REFUSED_UNSUB) != 0u) {
+        return ZAN_VRRP_ALL_ONES;
+    }
     pInst->bUnSubPending = 1;
     return 0;
 }

@@ -61,12 +61,13 @@ typedef struct ZAN_VRRP_INST_EVT_STAT {
     uint16_t usReNotify;
 } ZAN_VRRP_INST_EVT_STAT_S;
 
-/* Not in the display: records the receive path refused as malformed, by reason. Each refusal
- * also counts GenKey, the display's count of malformed records. */
+/* Not in the display: records the receive path refused as malformed, by reason (each refusal
+ * also counts GenKey, the display's count of malformed records), and items the tree refused. */
 typedef struct ZAN_VRRP_INST_DROP_STAT {
     uint32_t ulRecPastEnd; /* a record, its key TLV or its data TLV would run past usMsgLen */
     uint32_t ulRecType;    /* a record type other than 3002, 3003 and 3004 */
     uint32_t ulRecLen;     /* a record length too short for the record's own key and data TLVs */
+    uint32_t ulItemInsert; /* a subscription item the tree service refused (freed, the add failed) */
 } ZAN_VRRP_INST_DROP_STAT_S;
 
 struct ZAN_VRRP_PROD;

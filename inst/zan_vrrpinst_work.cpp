@@ -120,6 +120,9 @@ uint32_t ZAN_VrrpInst_Fcm(void *pvInst)
 uint32_t ZAN_VrrpInst_Flush(void *pvInst)
 {
     ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
+    if (pInst->bEnding != 0u) {
+        return 0;  // ended, only left in the framework's table because it refused to remove it
+    }
     // Items added since the last flush go out together. The pending bit is cleared first: an
     // item the application adds from a callback of the exchange marks it again for the next flush.
     if (pInst->bSubPending != 0u) {

@@ -627,6 +627,10 @@ void Runner::CmdFail(Args &a, bool dry)
         {"timer", host::FailKind::Timer},   {"send", host::FailKind::Send},
         {"meminit", host::FailKind::MemInit}, {"regmsg", host::FailKind::RegMsg},
         {"regcfg", host::FailKind::RegCfg}, {"reginner", host::FailKind::RegInner},
+        {"adpinit", host::FailKind::AdpInit}, {"addinst", host::FailKind::AddInst},
+        {"delinst", host::FailKind::DelInst}, {"instinit", host::FailKind::InstInit},
+        {"startwork", host::FailKind::StartWork}, {"rbtadd", host::FailKind::RbtAdd},
+        {"cliaddrec", host::FailKind::CliAddRec}, {"cliretcode", host::FailKind::CliRetCode},
     };
     std::optional<host::FailKind> kind;
     for (const auto &p : kKinds) {

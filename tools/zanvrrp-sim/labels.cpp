@@ -26,13 +26,15 @@ uint32_t CountList(const ZAN_LIST_LINK_S &head)
     return n;
 }
 
-uint32_t CountTree(const ZAN_RBT_HEAD_S &tree)
+// Items of a group, counted by a walk of the tree rather than read from the group's lists.
+uint32_t CountGroup(const ZAN_VRRP_INST_S &inst, uint8_t group)
 {
-    auto *t = const_cast<ZAN_RBT_HEAD_S *>(&tree);
+    auto *t = const_cast<ZAN_RBT_HEAD_S *>(&inst.stItemTree);
     uint32_t n = 0;
-    for (ZAN_RBT_NODE_S *node = WUX_RBT_FirstNode(t); node != nullptr && n < kWalkLimit;
-         node = WUX_RBT_NextNode(t, node)) {
-        ++n;
+    uint32_t steps = 0;
+    for (ZAN_RBT_NODE_S *node = WUX_RBT_FirstNode(t); node != nullptr && steps < kWalkLimit;
+         node = WUX_RBT_NextNode(t, node), ++steps) {
+        n += (reinterpret_cast<const ZAN_VRRP_SUB_ITEM_S *>(node)->ucGroup == group) ? 1u : 0u;
     }
     return n;
 }
@@ -137,8 +139,8 @@ const Scalar<Inst> kInstScalars[] = {
     {"SubFcState", [](const Inst &i) -> uint32_t { return i.ucSubFcState; }},
     {"UnSubFcState", [](const Inst &i) -> uint32_t { return i.ucUnSubFcState; }},
     {"LastKeyType", [](const Inst &i) -> uint32_t { return i.usLastKeyType; }},
-    {"SubItems", [](const Inst &i) -> uint32_t { return CountTree(i.stSubItemTree); }},
-    {"UnSubItems", [](const Inst &i) -> uint32_t { return CountTree(i.stUnSubItemTree); }},
+    {"SubItems", [](const Inst &i) -> uint32_t { return CountGroup(i, ZAN_VRRP_GROUP_SUB); }},
+    {"UnSubItems", [](const Inst &i) -> uint32_t { return CountGroup(i, ZAN_VRRP_GROUP_UNSUB); }},
     {"Status", [](const Inst &i) -> uint32_t { return i.stInstHead.ulStatus; }},
 };
 

@@ -81,7 +81,8 @@ struct Model {
     uint32_t subMaxLen = 0, unsubMaxLen = 0, subNoItem = 0, unsubNoItem = 0, repeatSub = 0, repeatUnSub = 0;
     uint32_t noSubTmr = 0, noUnSubTmr = 0, rsAckNoReged = 0, mAlloc = 0, allocMsg = 0, fcCnt = 0, fcFlag = 0;
     uint32_t sendSub = 0, ackSub = 0, ackUnSub = 0;
-    uint32_t msgSkip = 0, msgFail = 0, memSkip = 0, memFail = 0;  // failures armed for this operation
+    uint32_t crtTmr = 0;
+    uint32_t msgSkip = 0, msgFail = 0, memSkip = 0, memFail = 0, tmrSkip = 0, tmrFail = 0;  // armed for this operation
     std::vector<host::SentMsg> out;
     std::vector<Key> itemDown;
 
@@ -90,7 +91,14 @@ struct Model {
     {
         return skip > 0 ? (skip--, true) : fail > 0 ? (fail--, false) : true;
     }
-    void Start(Timer &t, uint32_t period) { t = Timer{true, now + period, seq++, period}; }
+    void Start(Timer &t, uint32_t period)
+    {
+        if (Take(tmrSkip, tmrFail)) {
+            t = Timer{true, now + period, seq++, period};
+        } else {
+            crtTmr++;
+        }
+    }
     void AllocFail() { fcFlag = 1, fcCnt++, allocMsg++; }
 
     // 0: stored, present or ignored; all ones: no memory; 1: length refused (any non-zero).
@@ -105,12 +113,14 @@ struct Model {
         }
         const Key k = KeyOf(it);
         Group &own = toSub ? sub : unsub;
+        Group &other = toSub ? unsub : sub;
+        // Every add takes a block first; a refused one only fails the add of a key not stored.
+        const bool haveBlock = Take(memSkip, memFail);
         if (own.count(k) != 0) {
             (toSub ? repeatSub : repeatUnSub)++;
             return 0;
         }
-        (toSub ? unsub : sub).erase(k);  // whatever its state there
-        if (!Take(memSkip, memFail)) {
+        if (other.erase(k) == 0 && !haveBlock) {  // a stored key changes group, whatever its state
             mAlloc++;
             return 0xFFFFFFFFu;
         }
@@ -356,7 +366,7 @@ std::string Compare(Model &m, bool listLong)
         {"UnSubNoItem", {m.unsubNoItem, v.usUnSubNoItem}}, {"RepeatSub", {m.repeatSub, e.usRepeatSub}},
         {"RepeatUnSub", {m.repeatUnSub, e.usRepeatUnSub}}, {"NoSubTmr", {m.noSubTmr, e.usNoSubTmr}},
         {"NoUnSubTmr", {m.noUnSubTmr, e.usNoUnSubTmr}}, {"RSAckNoReged", {m.rsAckNoReged, e.usRSAckNoReged}},
-        {"MAlloc", {m.mAlloc, e.usMAlloc}}, {"AllocMsg", {m.allocMsg, e.usAllocMsg}}, {"FcCnt", {m.fcCnt, inst->FcCnt}},
+        {"MAlloc", {m.mAlloc, e.usMAlloc}}, {"CrtTmr", {m.crtTmr, e.usCrtTmr}}, {"AllocMsg", {m.allocMsg, e.usAllocMsg}}, {"FcCnt", {m.fcCnt, inst->FcCnt}},
         {"FcFlag", {m.fcFlag, inst->FcFlag}}, {"SendReq[Subscribe]", {m.sendSub, inst->aulSendReqCnt[9]}},
         {"RcvAck[Subscribe]", {m.ackSub, inst->aulRcvAckCnt[9]}},
         {"RcvAck[UnSubscribe]", {m.ackUnSub, inst->aulRcvAckCnt[10]}},
@@ -529,6 +539,10 @@ std::string RunSeed(uint64_t seed)
                 m.msgSkip = r.Below(3), m.msgFail = 1 + r.Below(3);
                 host::ArmFail(host::FailKind::MsgAlloc, m.msgSkip, m.msgFail);
             }
+            if (r.Pct(15)) {  // a request goes out with no retry timer: the next one adds to the sent items
+                m.tmrSkip = r.Below(2), m.tmrFail = 1 + r.Below(2);
+                host::ArmFail(host::FailKind::Timer, m.tmrSkip, m.tmrFail);
+            }
             if (op == Flush) {
                 name = "flush";
                 host::RunFlush(), m.Flush();
@@ -553,7 +567,7 @@ std::string RunSeed(uint64_t seed)
             }
         }
         host::ClearFail();
-        m.msgSkip = m.msgFail = m.memSkip = m.memFail = 0;
+        m.msgSkip = m.msgFail = m.memSkip = m.memFail = m.tmrSkip = m.tmrFail = 0;
         if (diff.empty()) {
             diff = Compare(m, i % 8 == 0);
         }

@@ -156,24 +156,8 @@ bool Runner::RunFile(const std::string &path, std::string &failure)
     ss << in.rdbuf();
 
     std::vector<ScriptLine> lines;
-    try {
-        lines = SplitScript(ss.str());
-    } catch (const ScriptSplitError &e) {
-        failure = path + ":" + std::to_string(e.line) + ": " + e.what();
+    if (!CheckScript(path, ss.str(), lines, failure)) {
         return false;
-    }
-
-    // Every line is checked before anything runs, so a broken script fails at its fault.
-    for (const ScriptLine &sl : lines) {
-        try {
-            Exec(Step{sl.line, sl.text, &sl.block}, true);
-        } catch (const ScriptError &e) {
-            failure = path + ":" + std::to_string(sl.line) + ": " + e.what();
-            return false;
-        } catch (const std::exception &e) {
-            failure = path + ":" + std::to_string(sl.line) + ": runner fault: " + e.what();
-            return false;
-        }
     }
 
     ResetWorld();
@@ -209,6 +193,37 @@ bool Runner::RunFile(const std::string &path, std::string &failure)
         }
     }
     reactions_.clear();
+    return true;
+}
+
+bool Runner::CheckScript(const std::string &name, const std::string &content, std::vector<ScriptLine> &lines,
+                         std::string &failure, bool *runnerFault)
+{
+    if (runnerFault != nullptr) {
+        *runnerFault = false;
+    }
+    try {
+        lines = SplitScript(content);
+    } catch (const ScriptSplitError &e) {
+        failure = name + ":" + std::to_string(e.line) + ": " + e.what();
+        return false;
+    }
+
+    // Every line is checked before anything runs, so a broken script fails at its fault.
+    for (const ScriptLine &sl : lines) {
+        try {
+            Exec(Step{sl.line, sl.text, &sl.block}, true);
+        } catch (const ScriptError &e) {
+            failure = name + ":" + std::to_string(sl.line) + ": " + e.what();
+            return false;
+        } catch (const std::exception &e) {
+            failure = name + ":" + std::to_string(sl.line) + ": runner fault: " + e.what();
+            if (runnerFault != nullptr) {
+                *runnerFault = true;
+            }
+            return false;
+        }
+    }
     return true;
 }
 

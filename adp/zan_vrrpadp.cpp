@@ -81,7 +81,10 @@ uint32_t ZAN_VrrpAdp_Init_(ZAN_VRRP_ADP_S *pAdp, ZAN_COMP_CTX_S *pCompCtx)
         pAdp->ulMemHandle = 0u;
         return 1;
     }
-    (void)ZAN_CompAdp_Init(&pAdp->stAdpBase, ZAN_VRRP_ADP_PARAM1, ZAN_VRRP_ADP_PARAM2, pCompCtx);
+    // Without the framework's adapter base there is no instance table to work with.
+    if (ZAN_CompAdp_Init(&pAdp->stAdpBase, ZAN_VRRP_ADP_PARAM1, ZAN_VRRP_ADP_PARAM2, pCompCtx) != 0u) {
+        return 1;
+    }
 
     // All registrations are made; their results are combined.
     uint32_t ulRet = 0;
@@ -171,8 +174,7 @@ uint32_t ZAN_VrrpAdp_Fcm_(void *pMsg, void *pvAdp)
         return 0;
     }
     const uint32_t ulPid = ZAN_VrrpAdp_GetHost32(static_cast<const uint8_t *>(pMsg) + ZAN_VRRP_FCM_PID_OFF);
-    ZAN_VRRP_INST_S *pInst =
-        reinterpret_cast<ZAN_VRRP_INST_S *>(ZAN_CompAdp_FindInstByPid(&pAdp->stAdpBase, ulPid));
+    ZAN_VRRP_INST_S *pInst = ZAN_VrrpAdp_LiveInstOfPid_(pAdp, ulPid);
     if (pInst == nullptr) {
         pAdp->stErrStat.usFindInstByPid++;
         return 0;

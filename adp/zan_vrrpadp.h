@@ -105,6 +105,14 @@ typedef struct ZAN_VRRP_ADP_DROP_STAT {
     uint32_t ulShortFcm;   /* flow-control message too short to hold its pid */
 } ZAN_VRRP_ADP_DROP_STAT_S;
 
+/* Counters not in the display: framework calls that refused, each undone where it happened. */
+typedef struct ZAN_VRRP_ADP_FW_STAT {
+    uint32_t ulInstInit;   /* ZAN_CompInst_Init refused: the instance was not created */
+    uint32_t ulAddInst;    /* ZAN_CompAdp_AddInst refused: the instance was not created */
+    uint32_t ulStartWork;  /* ZAN_CompInst_StartWork refused: the instance waits for the framework's Up */
+    uint32_t ulDelInst;    /* ZAN_CompAdp_DelInst refused: the ended instance stays until it can go */
+} ZAN_VRRP_ADP_FW_STAT_S;
+
 struct ZAN_VRRP_ADP {
     ZAN_COMP_ADP_S stAdpBase;
     uint32_t ulMemHandle;
@@ -117,6 +125,7 @@ struct ZAN_VRRP_ADP {
     ZAN_VRRP_ADP_ERR_STAT_S stErrStat;
     ZAN_VRRP_ADP_EVT_STAT_S stEvtStat;
     ZAN_VRRP_ADP_DROP_STAT_S stDropStat;
+    ZAN_VRRP_ADP_FW_STAT_S stFwStat;
 };
 
 #define ZAN_VRRP_ADP_FILE "zan_vrrpadp"
@@ -205,6 +214,10 @@ uint32_t ZAN_VrrpAdp_CreateDeploy_(void *pAdp, const void *pRec);
 uint32_t ZAN_VrrpAdp_DeleteDeploy_(void *pAdp, const void *pRec);
 uint32_t ZAN_VrrpAdp_CreateInst_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t ulIfGroupId);
 uint32_t ZAN_VrrpAdp_DeleteInst_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid);
+/* Takes an ended instance out of the framework's table and frees it; non-zero when refused. */
+uint32_t ZAN_VrrpAdp_RemoveInst_(ZAN_VRRP_ADP_S *pAdp, struct ZAN_VRRP_INST *pInst);
+/* The instance of pid that takes part in the exchange: NULL also for one that has ended. */
+struct ZAN_VRRP_INST *ZAN_VrrpAdp_LiveInstOfPid_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid);
 uint32_t ZAN_VrrpAdp_AddDeployRel_(ZAN_VRRP_ADP_S *pAdp, const ZAN_VRRP_DEPLOY_REC_S *pRec);
 uint32_t ZAN_VrrpAdp_DelDeployRel_(ZAN_VRRP_ADP_S *pAdp, const ZAN_VRRP_DEPLOY_REC_S *pRec);
 ZAN_VRRP_DEPLOY_NODE_S *ZAN_VrrpAdp_FindDeployRel_(ZAN_LIST_LINK_S *pHead, const ZAN_VRRP_DEPLOY_REC_S *pRec);

@@ -28,7 +28,7 @@ ZAN_VRRP_INST_S *ZAN_VrrpAdp_FindInstByIfGroupId_(ZAN_VRRP_ADP_S *pAdp, uint32_t
     for (ZAN_LIST_LINK_S *pLink = pHead->pNext; pLink != pHead; pLink = pLink->pNext) {
         const ZAN_VRRP_DEPLOY_NODE_S *pNode = ZAN_VrrpAdp_NodeOfLink(pLink);
         if (pNode->stRec.ulIfGroupId == ulIfGroupId) {
-            return reinterpret_cast<ZAN_VRRP_INST_S *>(ZAN_CompAdp_FindInstByPid(&pAdp->stAdpBase, pNode->stRec.ulPid));
+            return ZAN_VrrpAdp_LiveInstOfPid_(pAdp, pNode->stRec.ulPid);
         }
     }
     return nullptr;

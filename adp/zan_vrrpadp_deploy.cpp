@@ -8,6 +8,7 @@
 namespace {
 
 const ZAN_VRRP_PROD_CFG_S g_stZanVrrpProdCfg = {ZAN_VRRP_PROD_NAME};
+constexpr uint32_t LINE_FREE_UNMADE_INST = 466;
 
 }  // namespace
 
@@ -72,9 +73,16 @@ uint32_t ZAN_VrrpAdp_CreateInst_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t 
     pAdp->stEvtStat.usCrtInst++;
     ZAN_VrrpAdp_Trace(pAdp, ZAN_VRRP_ADP_MODULE, 449, "vrrp-adp create instance, pid[0x%x], ifGroupId[%u].", ulPid,
                       ulIfGroupId);
-    if (ZAN_CompAdp_FindInstByPid(&pAdp->stAdpBase, ulPid) != nullptr) {
-        pAdp->stErrStat.usCrtSameInst++;
-        return 0;
+    ZAN_VRRP_INST_S *pOld = reinterpret_cast<ZAN_VRRP_INST_S *>(ZAN_CompAdp_FindInstByPid(&pAdp->stAdpBase, ulPid));
+    if (pOld != nullptr) {
+        // An instance whose deletion the framework refused is taken out now, then created anew.
+        if (pOld->bEnding == 0u) {
+            pAdp->stErrStat.usCrtSameInst++;
+            return 0;
+        }
+        if (ZAN_VrrpAdp_RemoveInst_(pAdp, pOld) != 0u) {
+            return 1;
+        }
     }
     ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(
         KOL_Malloc_F(pAdp->ulMemHandle, g_aucKolMemPt[0], sizeof(ZAN_VRRP_INST_S), ZAN_VRRP_ADP_FILE, 457));
@@ -83,9 +91,19 @@ uint32_t ZAN_VrrpAdp_CreateInst_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t 
         return 1;
     }
     (void)memset_s(pInst, sizeof(*pInst), 0, sizeof(*pInst));
-    (void)ZAN_VrrpInst_Init(pInst, pAdp, ulPid, ulIfGroupId);
+    // A framework that refuses to make the instance, or to take it into its table, leaves nothing
+    // behind: the record is freed before anything could run on it.
+    if (ZAN_VrrpInst_Init(pInst, pAdp, ulPid, ulIfGroupId) != 0u) {
+        pAdp->stFwStat.ulInstInit++;
+        KOL_Free_F(pInst, ZAN_VRRP_ADP_FILE, LINE_FREE_UNMADE_INST);
+        return 1;
+    }
     ZAN_VrrpInst_SetWorkState(pInst, (pAdp->bWorkOn == 1u) ? 1u : 0u);
-    (void)ZAN_CompAdp_AddInst(&pAdp->stAdpBase, &pInst->stInstHead);
+    if (ZAN_CompAdp_AddInst(&pAdp->stAdpBase, &pInst->stInstHead) != 0u) {
+        pAdp->stFwStat.ulAddInst++;
+        KOL_Free_F(pInst, ZAN_VRRP_ADP_FILE, LINE_FREE_UNMADE_INST);
+        return 1;
+    }
 
     ZAN_COMP_CTX_S *pCompCtx = pAdp->stAdpBase.pCompCtx;
     if (ZAN_VrrpProd_Init(pCompCtx, pInst, &g_stZanVrrpProdCfg) != 0u) {
@@ -93,9 +111,24 @@ uint32_t ZAN_VrrpAdp_CreateInst_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t 
         // relation of its pid is deleted.
         return 1;
     }
-    if (pCompCtx->usStartInhibit == 0u) {
-        (void)ZAN_CompInst_StartWork(&pInst->stInstHead);
+    if (pCompCtx->usStartInhibit == 0u && ZAN_CompInst_StartWork(&pInst->stInstHead) != 0u) {
+        // Not started: it waits for the framework's Up, as with the start inhibited.
+        pAdp->stFwStat.ulStartWork++;
+        return 1;
     }
+    return 0;
+}
+
+uint32_t ZAN_VrrpAdp_RemoveInst_(ZAN_VRRP_ADP_S *pAdp, ZAN_VRRP_INST_S *pInst)
+{
+    if (ZAN_CompAdp_DelInst(&pAdp->stAdpBase, &pInst->stInstHead) != 0u) {
+        // Still in the framework's table: the ended record stays (the receive path, the flush
+        // and the application's calls pass it by) until a later attempt or the memory handle's
+        // end releases it.
+        pAdp->stFwStat.ulDelInst++;
+        return 1;
+    }
+    KOL_Free_F(pInst, ZAN_VRRP_ADP_FILE, 503);
     return 0;
 }
 
@@ -109,8 +142,7 @@ uint32_t ZAN_VrrpAdp_DeleteInst_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid)
     }
     (void)ZAN_VrrpInst_DeInit(pInst);
     ZAN_VrrpProd_Uninit(ZAN_VrrpInst_Ctx(pInst), pInst);
-    (void)ZAN_CompAdp_DelInst(&pAdp->stAdpBase, &pInst->stInstHead);
-    KOL_Free_F(pInst, ZAN_VRRP_ADP_FILE, 503);
+    (void)ZAN_VrrpAdp_RemoveInst_(pAdp, pInst);
     return 0;
 }
 

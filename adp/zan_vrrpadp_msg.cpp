@@ -14,6 +14,12 @@ uint32_t ZAN_VrrpAdp_TypeIndex_(uint16_t usType)
 
 }  // namespace
 
+ZAN_VRRP_INST_S *ZAN_VrrpAdp_LiveInstOfPid_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid)
+{
+    ZAN_VRRP_INST_S *pInst = reinterpret_cast<ZAN_VRRP_INST_S *>(ZAN_CompAdp_FindInstByPid(&pAdp->stAdpBase, ulPid));
+    return (pInst != nullptr && pInst->bEnding == 0u) ? pInst : nullptr;
+}
+
 uint32_t ZAN_VrrpAdp_ProcMsg_(void *pvMsg, void *pvAdp)
 {
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
@@ -42,7 +48,7 @@ uint32_t ZAN_VrrpAdp_ProcMsg_(void *pvMsg, void *pvAdp)
     ZAN_VrrpAdp_SwapHdrFields(pMsg);
 
     const uint32_t ulPid = MSG_SenderCidGet(pMsg);
-    ZAN_VRRP_INST_S *pInst = reinterpret_cast<ZAN_VRRP_INST_S *>(ZAN_CompAdp_FindInstByPid(&pAdp->stAdpBase, ulPid));
+    ZAN_VRRP_INST_S *pInst = ZAN_VrrpAdp_LiveInstOfPid_(pAdp, ulPid);
     if (pInst == nullptr) {
         pAdp->stErrStat.usNoInst++;
         return 0;

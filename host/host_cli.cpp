@@ -93,6 +93,9 @@ uint32_t CLI_AddRec(ZAN_CLI_CMD_S *pCmd, const void *pRec, uint32_t ulLen, uint3
         host::Fault("CLI_AddRec outside a command or without record");
         return 1;
     }
+    if (host::ShouldFail(host::FailKind::CliAddRec)) {
+        return 1;
+    }
     const uint8_t *p = static_cast<const uint8_t *>(pRec);
     res->records.emplace_back(p, p + ulLen);
     return 0;
@@ -120,6 +123,9 @@ uint32_t CLI_SetRetCode(uint32_t ulCmdId, uint32_t ulValue, uint32_t ulCode)
     if (res == nullptr) {
         host::Fault("CLI_SetRetCode outside a command");
         return 0;
+    }
+    if (host::ShouldFail(host::FailKind::CliRetCode)) {
+        return 1;
     }
     res->retCodeCalls++;
     return 0;

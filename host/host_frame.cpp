@@ -134,6 +134,9 @@ uint32_t ZAN_CompAdp_Init(ZAN_COMP_ADP_S *pAdp, uint32_t ulParam1, uint32_t ulPa
         host::Fault("ZAN_CompAdp_Init without adapter or context");
         return 1;
     }
+    if (host::ShouldFail(host::FailKind::AdpInit)) {
+        return 1;
+    }
     auto table = std::make_unique<host::InstTable>();
     pAdp->pCompCtx = pCompCtx;
     pAdp->usMsgClass = host::kAdapterMsgClass;
@@ -174,6 +177,9 @@ uint32_t ZAN_CompAdp_AddInst(ZAN_COMP_ADP_S *pAdp, ZAN_COMP_INST_S *pInst)
         host::Fault("ZAN_CompAdp_AddInst on an adapter without table or without instance");
         return 1;
     }
+    if (host::ShouldFail(host::FailKind::AddInst)) {
+        return 1;
+    }
     if (!tbl->emplace(pInst->ulPid, pInst).second) {
         return 1;
     }
@@ -186,6 +192,9 @@ uint32_t ZAN_CompAdp_DelInst(ZAN_COMP_ADP_S *pAdp, ZAN_COMP_INST_S *pInst)
     host::InstTable *tbl = host::TableOf(pAdp);
     if (tbl == nullptr || pInst == nullptr) {
         host::Fault("ZAN_CompAdp_DelInst on an adapter without table or without instance");
+        return 1;
+    }
+    if (host::ShouldFail(host::FailKind::DelInst)) {
         return 1;
     }
     auto it = tbl->find(pInst->ulPid);
@@ -228,6 +237,9 @@ uint32_t ZAN_CompInst_Init(ZAN_COMP_INST_S *pInst, uint32_t ulPid, ZAN_COMP_CTX_
         host::Fault("ZAN_CompInst_Init without instance");
         return 1;
     }
+    if (host::ShouldFail(host::FailKind::InstInit)) {
+        return 1;
+    }
     pInst->pVOps = nullptr;
     pInst->ulPid = ulPid;
     pInst->ulStatus = host::kInstCreated;
@@ -241,6 +253,9 @@ uint32_t ZAN_CompInst_StartWork(ZAN_COMP_INST_S *pInst)
 {
     if (pInst == nullptr) {
         host::Fault("ZAN_CompInst_StartWork without instance");
+        return 1;
+    }
+    if (host::ShouldFail(host::FailKind::StartWork)) {
         return 1;
     }
     pInst->ulStatus = host::kInstRunning;

@@ -214,6 +214,9 @@ uint32_t ZAN_RBT_AddNode(ZAN_RBT_HEAD_S *pTree, ZAN_RBT_NODE_S *pNode, const voi
         host::Fault("ZAN_RBT_AddNode without tree, node or compare function");
         return 1;
     }
+    if (host::ShouldFail(host::FailKind::RbtAdd)) {
+        return 1;
+    }
     Node *nil = Nil(pTree);
     Node *parent = nil;
     Node *x = Root(pTree);

@@ -17,7 +17,12 @@
 namespace host {
 
 // Fallible operations that can be made to fail on demand.
-enum class FailKind { Malloc, MsgAlloc, Timer, Send, MemInit, RegMsg, RegCfg, RegInner, Count };
+enum class FailKind {
+    Malloc, MsgAlloc, Timer, Send, MemInit, RegMsg, RegCfg, RegInner,
+    // Framework and service calls that the real platform may refuse too.
+    AdpInit, AddInst, DelInst, InstInit, StartWork, RbtAdd, CliAddRec, CliRetCode,
+    Count
+};
 
 struct SentMsg {
     uint32_t pid = 0;

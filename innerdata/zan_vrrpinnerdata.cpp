@@ -175,10 +175,13 @@ uint32_t ZAN_VrrpInnerData_GetInstConsumer_(uint8_t *pucRec, ZAN_INNERDATA_REQ_S
     return 0;
 }
 
-uint32_t ZAN_VrrpInnerData_ItemLines_(char *pcText, uint32_t ulLen, ZAN_RBT_HEAD_S *pTree)
+uint32_t ZAN_VrrpInnerData_ItemLines_(char *pcText, uint32_t ulLen, ZAN_RBT_HEAD_S *pTree, uint32_t ulGroup)
 {
     for (ZAN_RBT_NODE_S *pNode = WUX_RBT_FirstNode(pTree); pNode != nullptr; pNode = WUX_RBT_NextNode(pTree, pNode)) {
         const ZAN_VRRP_SUB_ITEM_S *pItem = reinterpret_cast<const ZAN_VRRP_SUB_ITEM_S *>(pNode);
+        if (pItem->ucGroup != ulGroup) {
+            continue;
+        }
         const uint8_t *pucKey = pItem->aucKey;
         const uint8_t *pucSub = pItem->aucKey + ZAN_VRRP_ITEM_TLV_AREA;
         ulLen += ZAN_InnerData_Output(pcText, ulLen,
@@ -199,9 +202,9 @@ uint32_t ZAN_VrrpInnerData_GetInstSubItem_(uint8_t *pucRec, ZAN_INNERDATA_REQ_S 
     }
     char *pcText = ZAN_VrrpInnerData_Text_(pucRec);
     uint32_t ulLen = ZAN_InnerData_Output(pcText, 0, " Subscribe Item Info\r\n");
-    ulLen = ZAN_VrrpInnerData_ItemLines_(pcText, ulLen, &pInst->stSubItemTree);
+    ulLen = ZAN_VrrpInnerData_ItemLines_(pcText, ulLen, &pInst->stItemTree, ZAN_VRRP_GROUP_SUB);
     ulLen += ZAN_InnerData_Output(pcText, ulLen, " UnSubscribe Item Info\r\n");
-    ulLen = ZAN_VrrpInnerData_ItemLines_(pcText, ulLen, &pInst->stUnSubItemTree);
+    ulLen = ZAN_VrrpInnerData_ItemLines_(pcText, ulLen, &pInst->stItemTree, ZAN_VRRP_GROUP_UNSUB);
     (void)ZAN_InnerData_Output(pcText, ulLen, "\r\n");
     return 0;
 }

@@ -1,5 +1,6 @@
-// The instance record and its subscription items: two ordered groups (subscribe and
-// unsubscribe) keyed by the 32-byte item key, and the operations that fill and clear them.
+// The instance record and its subscription items: one tree of items ordered by the 32-byte
+// item key, each item in the subscribe or the unsubscribe group and on its group's list of its
+// state, and the operations that fill and clear them.
 #include "zan_vrrpinst.h"
 
 #include "../prod/zan_vrrp_prod.h"
@@ -9,16 +10,18 @@ namespace {
 // Memory and assertion tags of this file.
 constexpr uint32_t LINE_ASSERT_LEN = 232;
 constexpr uint32_t LINE_ASSERT_COPY = 233;
-constexpr uint32_t LINE_FREE_UNSUB = 247;
 constexpr uint32_t LINE_MALLOC_SUB = 250;
-constexpr uint32_t LINE_FREE_SUB = 303;
+constexpr uint32_t LINE_FREE_SPARE_SUB = 251;
+constexpr uint32_t LINE_FREE_REFUSED_SUB = 252;
 constexpr uint32_t LINE_MALLOC_UNSUB = 306;
+constexpr uint32_t LINE_FREE_SPARE_UNSUB = 307;
+constexpr uint32_t LINE_FREE_REFUSED_UNSUB = 308;
 constexpr uint32_t LINE_FREE_CLEAR = 380;
 constexpr uint32_t LINE_FREE_UNSUBED = 420;
 
-ZAN_VRRP_SUB_ITEM_S *ZAN_VrrpInst_ItemOfNode_(ZAN_RBT_NODE_S *pNode)
+ZAN_VRRP_SUB_ITEM_S *ZAN_VrrpInst_ItemOfNode_(const ZAN_RBT_NODE_S *pNode)
 {
-    return reinterpret_cast<ZAN_VRRP_SUB_ITEM_S *>(pNode);
+    return reinterpret_cast<ZAN_VRRP_SUB_ITEM_S *>(const_cast<ZAN_RBT_NODE_S *>(pNode));
 }
 
 // Builds the zero-filled 32-byte item key: the key TLV in the first 16 bytes, the
@@ -40,46 +43,248 @@ uint32_t ZAN_VrrpInst_BuildItemKey_(const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_T
     return 0;
 }
 
-ZAN_VRRP_SUB_ITEM_S *ZAN_VrrpInst_NewItem_(ZAN_VRRP_INST_S *pInst, const uint8_t *pucItemKey, uint32_t ulLine)
+// The key an add looks for. The compare notes the item that has it, so that one descent of
+// the tree both inserts a new item and finds the one already there.
+struct ZAN_VRRP_ITEM_PROBE_S {
+    uint8_t aucKey[ZAN_VRRP_ITEM_KEY_LEN];
+    ZAN_VRRP_SUB_ITEM_S *pFound;
+};
+
+uint32_t ZAN_VrrpInst_ProbeCmp_(const ZAN_RBT_NODE_S *pNode, const void *pKey)
 {
-    ZAN_VRRP_SUB_ITEM_S *pItem = static_cast<ZAN_VRRP_SUB_ITEM_S *>(
-        KOL_Malloc_F(pInst->MemHandle, g_aucKolMemPt[0], sizeof(ZAN_VRRP_SUB_ITEM_S), ZAN_VRRP_INST_FILE, ulLine));
-    if (pItem == nullptr) {
-        pInst->stErrStat.usMAlloc++;
-        return nullptr;
+    const uint32_t ulRet = ZAN_VrrpInst_SubItemCmpKey_(pNode, pKey);
+    if (ulRet == 0u) {
+        // The probe is the add's own writable object; the tree only passes it through.
+        const_cast<ZAN_VRRP_ITEM_PROBE_S *>(static_cast<const ZAN_VRRP_ITEM_PROBE_S *>(pKey))->pFound =
+            ZAN_VrrpInst_ItemOfNode_(pNode);
     }
-    (void)memset_s(pItem, sizeof(*pItem), 0, sizeof(*pItem));
-    (void)memcpy_s(pItem->aucKey, sizeof(pItem->aucKey), pucItemKey, ZAN_VRRP_ITEM_KEY_LEN);
-    pItem->State = SUB_ITEM_STATE_INIT;
-    return pItem;
+    return ulRet;
 }
 
-// The trace of an add that found the item in the other group; that item is already freed, as
-// the trace hands control to the application. Non-zero when the application took the instance
-// down meanwhile: the add is then ignored, as every add to an unregistered instance is.
-uint32_t ZAN_VrrpInst_TraceAdd_(ZAN_VRRP_INST_S *pInst, uint32_t ulLine, const char *pcText)
+void ZAN_VrrpInst_ListInit_(ZAN_LIST_LINK_S *pHead)
 {
-    const uint32_t ulDownCnt = pInst->ulDownCnt;
-    ZAN_VRRP_INST_TRACE(pInst, ulLine, "%s", pcText);
-    return (pInst->ulDownCnt != ulDownCnt) ? 1u : 0u;
+    pHead->pNext = pHead;
+    pHead->pPrev = pHead;
 }
 
-void ZAN_VrrpInst_FreeItem_(ZAN_RBT_HEAD_S *pTree, ZAN_RBT_NODE_S *pNode, uint32_t ulLine)
+void ZAN_VrrpInst_ListAppend_(ZAN_LIST_LINK_S *pHead, ZAN_LIST_LINK_S *pLink)
 {
-    WUX_RBT_RemoveNode(pTree, pNode);
-    KOL_Free_F(ZAN_VrrpInst_ItemOfNode_(pNode), ZAN_VRRP_INST_FILE, ulLine);
+    pLink->pNext = pHead;
+    pLink->pPrev = pHead->pPrev;
+    pHead->pPrev->pNext = pLink;
+    pHead->pPrev = pLink;
 }
 
-// Removes and frees every item of a group, or only those in state ulState when bOnlyState.
-void ZAN_VrrpInst_FreeItems_(ZAN_RBT_HEAD_S *pTree, bool bOnlyState, uint8_t ucState, uint32_t ulLine)
+// Puts the item at the end of its group's list of ucState. Lists 0 and 1 note whether they
+// are still in key order.
+void ZAN_VrrpInst_LinkItem_(ZAN_VRRP_INST_S *pInst, ZAN_VRRP_SUB_ITEM_S *pItem, uint8_t ucState)
 {
-    ZAN_RBT_NODE_S *pNode = WUX_RBT_FirstNode(pTree);
-    while (pNode != nullptr) {
-        ZAN_RBT_NODE_S *pNext = WUX_RBT_NextNode(pTree, pNode);
-        if (!bOnlyState || ZAN_VrrpInst_ItemOfNode_(pNode)->State == ucState) {
-            ZAN_VrrpInst_FreeItem_(pTree, pNode, ulLine);
+    ZAN_VRRP_ITEM_GROUP_S *pGroup = &pInst->astGroup[pItem->ucGroup];
+    ZAN_LIST_LINK_S *pHead = &pGroup->astList[ucState];
+    if (pGroup->aulLen[ucState] == 0u) {
+        pGroup->abInOrder[ucState] = 1;
+    } else if (ucState != SUB_ITEM_STATE_SUBED && pGroup->abInOrder[ucState] != 0u &&
+               ZAN_VrrpInst_KeyOrder(pItem->aucKey, ZAN_VrrpInst_ItemOfLink_(pHead->pPrev)->aucKey) < 0) {
+        pGroup->abInOrder[ucState] = 0;
+    }
+    ZAN_VrrpInst_ListAppend_(pHead, &pItem->stLink);
+    pGroup->aulLen[ucState]++;
+    pItem->State = ucState;
+}
+
+void ZAN_VrrpInst_UnlinkItem_(ZAN_VRRP_INST_S *pInst, ZAN_VRRP_SUB_ITEM_S *pItem)
+{
+    pItem->stLink.pPrev->pNext = pItem->stLink.pNext;
+    pItem->stLink.pNext->pPrev = pItem->stLink.pPrev;
+    pInst->astGroup[pItem->ucGroup].aulLen[pItem->State]--;
+}
+
+// Merges two key-ordered chains linked by pNext and ended by null.
+ZAN_LIST_LINK_S *ZAN_VrrpInst_MergeChains_(ZAN_LIST_LINK_S *pA, ZAN_LIST_LINK_S *pB)
+{
+    ZAN_LIST_LINK_S stHead;
+    ZAN_LIST_LINK_S *pTail = &stHead;
+    while (pA != nullptr && pB != nullptr) {
+        if (ZAN_VrrpInst_KeyOrder(ZAN_VrrpInst_ItemOfLink_(pB)->aucKey, ZAN_VrrpInst_ItemOfLink_(pA)->aucKey) < 0) {
+            pTail->pNext = pB;
+            pB = pB->pNext;
+        } else {
+            pTail->pNext = pA;
+            pA = pA->pNext;
         }
-        pNode = pNext;
+        pTail = pTail->pNext;
+    }
+    pTail->pNext = (pA != nullptr) ? pA : pB;
+    return stHead.pNext;
+}
+
+// Merge sort of a list in place: runs of 1, 2, 4, ... items merged as a binary counter.
+void ZAN_VrrpInst_SortList_(ZAN_LIST_LINK_S *pHead)
+{
+    ZAN_LIST_LINK_S *apRun[32] = {};
+    ZAN_LIST_LINK_S *pLink = pHead->pNext;
+    while (pLink != pHead) {
+        ZAN_LIST_LINK_S *pNext = pLink->pNext;
+        pLink->pNext = nullptr;
+        uint32_t i = 0;
+        for (; apRun[i] != nullptr; i++) {
+            pLink = ZAN_VrrpInst_MergeChains_(apRun[i], pLink);
+            apRun[i] = nullptr;
+        }
+        apRun[i] = pLink;
+        pLink = pNext;
+    }
+    ZAN_LIST_LINK_S *pAll = nullptr;
+    for (ZAN_LIST_LINK_S *pRun : apRun) {
+        if (pRun != nullptr) {
+            pAll = ZAN_VrrpInst_MergeChains_(pRun, pAll);
+        }
+    }
+    ZAN_VrrpInst_ListInit_(pHead);
+    while (pAll != nullptr) {
+        ZAN_LIST_LINK_S *pNext = pAll->pNext;
+        ZAN_VrrpInst_ListAppend_(pHead, pAll);
+        pAll = pNext;
+    }
+}
+
+// Rebuilds a list from a walk of the tree, which yields its items already in key order.
+void ZAN_VrrpInst_RelinkFromTree_(ZAN_VRRP_INST_S *pInst, uint32_t ulGroup, uint8_t ucState)
+{
+    ZAN_LIST_LINK_S *pHead = &pInst->astGroup[ulGroup].astList[ucState];
+    ZAN_VrrpInst_ListInit_(pHead);
+    for (ZAN_RBT_NODE_S *pNode = WUX_RBT_FirstNode(&pInst->stItemTree); pNode != nullptr;
+         pNode = WUX_RBT_NextNode(&pInst->stItemTree, pNode)) {
+        ZAN_VRRP_SUB_ITEM_S *pItem = ZAN_VrrpInst_ItemOfNode_(pNode);
+        if (pItem->ucGroup == ulGroup && pItem->State == ucState) {
+            ZAN_VrrpInst_ListAppend_(pHead, &pItem->stLink);
+        }
+    }
+}
+
+// What differs between adding to the subscribe group and to the unsubscribe group.
+struct ZAN_VRRP_ADD_SIDE_S {
+    uint8_t ucGroup;
+    bool bCountBeforeTrace;
+    uint32_t ulMallocLine;
+    uint32_t ulSpareLine;
+    uint32_t ulRefusedLine;
+    uint32_t ulSameLine;
+    const char *pcSame;
+    uint32_t ulOtherLine;
+    const char *pcOther;
+    uint16_t ZAN_VRRP_INST_ERR_STAT_S::*pRepeat;
+};
+
+const ZAN_VRRP_ADD_SIDE_S g_stAddSub = {ZAN_VRRP_GROUP_SUB,
+                                        true,
+                                        LINE_MALLOC_SUB,
+                                        LINE_FREE_SPARE_SUB,
+                                        LINE_FREE_REFUSED_SUB,
+                                        238,
+                                        "vrrp-inst add subscribe item, find same item.",
+                                        244,
+                                        "vrrp-inst add subscribe item, find item in unsubscibe group.",
+                                        &ZAN_VRRP_INST_ERR_STAT_S::usRepeatSub};
+const ZAN_VRRP_ADD_SIDE_S g_stAddUnSub = {ZAN_VRRP_GROUP_UNSUB,
+                                          false,
+                                          LINE_MALLOC_UNSUB,
+                                          LINE_FREE_SPARE_UNSUB,
+                                          LINE_FREE_REFUSED_UNSUB,
+                                          293,
+                                          "vrrp-inst add unsubscribe item, find same item.",
+                                          300,
+                                          "vrrp-inst add unsubscribe item, find item in subscribe group.",
+                                          &ZAN_VRRP_INST_ERR_STAT_S::usRepeatUnSub};
+
+void ZAN_VrrpInst_SetPending_(ZAN_VRRP_INST_S *pInst, uint8_t ucGroup)
+{
+    if (ucGroup == ZAN_VRRP_GROUP_SUB) {
+        pInst->bSubPending = 1;
+    } else {
+        pInst->bUnSubPending = 1;
+    }
+}
+
+// Stores the item in the side's group in state 0. A new key gets a new item; a key already in
+// the group is a repeat; a key waiting in the other group is withdrawn there, whatever its
+// state, and its item is reused as it is. The traces come last, as they hand control to the
+// application, which may add, withdraw or take the instance down from there.
+uint32_t ZAN_VrrpInst_StoreItem_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_ADD_SIDE_S *pSide, const ZAN_VRRP_TLV_S *pKey,
+                                 const ZAN_VRRP_TLV_S *pSub)
+{
+    ZAN_VRRP_ITEM_PROBE_S stProbe;
+    stProbe.pFound = nullptr;
+    if (ZAN_VrrpInst_BuildItemKey_(pKey, pSub, stProbe.aucKey) != 0u) {
+        return ZAN_VRRP_ALL_ONES;
+    }
+    ZAN_VRRP_SUB_ITEM_S *pNew = static_cast<ZAN_VRRP_SUB_ITEM_S *>(KOL_Malloc_F(
+        pInst->MemHandle, g_aucKolMemPt[0], sizeof(ZAN_VRRP_SUB_ITEM_S), ZAN_VRRP_INST_FILE, pSide->ulMallocLine));
+    if (pNew != nullptr) {
+        (void)memset_s(pNew, sizeof(*pNew), 0, sizeof(*pNew));
+        (void)memcpy_s(pNew->aucKey, sizeof(pNew->aucKey), stProbe.aucKey, ZAN_VRRP_ITEM_KEY_LEN);
+        pNew->ucGroup = pSide->ucGroup;
+        if (ZAN_RBT_AddNode(&pInst->stItemTree, &pNew->stNode, &stProbe, ZAN_VrrpInst_ProbeCmp_) == 0u) {
+            ZAN_VrrpInst_LinkItem_(pInst, pNew, SUB_ITEM_STATE_INIT);
+            ZAN_VrrpInst_SetPending_(pInst, pSide->ucGroup);
+            return 0;
+        }
+        KOL_Free_F(pNew, ZAN_VRRP_INST_FILE, (stProbe.pFound != nullptr) ? pSide->ulSpareLine : pSide->ulRefusedLine);
+        if (stProbe.pFound == nullptr) {
+            pInst->stDropStat.ulItemInsert++;  // the tree refused a key it does not hold
+            return ZAN_VRRP_ALL_ONES;
+        }
+    } else {
+        // Without a block, a key already stored can still be a repeat or change group.
+        (void)ZAN_RBT_LookupNode(&pInst->stItemTree, &stProbe, ZAN_VrrpInst_ProbeCmp_);
+        if (stProbe.pFound == nullptr) {
+            pInst->stErrStat.usMAlloc++;
+            return ZAN_VRRP_ALL_ONES;
+        }
+    }
+    ZAN_VRRP_SUB_ITEM_S *pItem = stProbe.pFound;
+    if (pItem->ucGroup == pSide->ucGroup) {
+        if (pSide->bCountBeforeTrace) {
+            pInst->stErrStat.*(pSide->pRepeat) += 1;
+        }
+        ZAN_VRRP_INST_TRACE(pInst, pSide->ulSameLine, "%s", pSide->pcSame);
+        if (!pSide->bCountBeforeTrace) {
+            pInst->stErrStat.*(pSide->pRepeat) += 1;
+        }
+        return 0;
+    }
+    ZAN_VrrpInst_UnlinkItem_(pInst, pItem);
+    pItem->ucGroup = pSide->ucGroup;
+    ZAN_VrrpInst_LinkItem_(pInst, pItem, SUB_ITEM_STATE_INIT);
+    ZAN_VrrpInst_SetPending_(pInst, pSide->ucGroup);
+    ZAN_VRRP_INST_TRACE(pInst, pSide->ulOtherLine, "%s", pSide->pcOther);
+    return 0;
+}
+
+// Removes and frees every item of a group. When the group holds every item of the tree, the
+// tree is emptied at once instead of node by node.
+void ZAN_VrrpInst_ClearGroup_(ZAN_VRRP_INST_S *pInst, uint32_t ulGroup)
+{
+    const bool bWhole = ZAN_VrrpInst_GroupCount(pInst, ulGroup ^ 1u) == 0u;
+    ZAN_VRRP_ITEM_GROUP_S *pGroup = &pInst->astGroup[ulGroup];
+    for (uint32_t ulState = 0; ulState < SUB_ITEM_STATE_NUM; ulState++) {
+        ZAN_LIST_LINK_S *pHead = &pGroup->astList[ulState];
+        ZAN_LIST_LINK_S *pLink = pHead->pNext;
+        while (pLink != pHead) {
+            ZAN_LIST_LINK_S *pNext = pLink->pNext;
+            ZAN_VRRP_SUB_ITEM_S *pItem = ZAN_VrrpInst_ItemOfLink_(pLink);
+            if (!bWhole) {
+                WUX_RBT_RemoveNode(&pInst->stItemTree, &pItem->stNode);
+            }
+            KOL_Free_F(pItem, ZAN_VRRP_INST_FILE, LINE_FREE_CLEAR);
+            pLink = pNext;
+        }
+        ZAN_VrrpInst_ListInit_(pHead);
+        pGroup->aulLen[ulState] = 0;
+        pGroup->abInOrder[ulState] = 1;
+    }
+    if (bWhole) {
+        WUX_RBT_ClearTree(&pInst->stItemTree);
     }
 }
 
@@ -107,17 +312,26 @@ void ZAN_VrrpInst_InitTree_(ZAN_RBT_HEAD_S *pTree)
     pTree->ulRsv = 0;
 }
 
+// Non-zero only when the framework refuses to make the instance; the caller then frees it.
 uint32_t ZAN_VrrpInst_Init(ZAN_VRRP_INST_S *pInst, ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t ulIfGroupId)
 {
-    (void)ZAN_CompInst_Init(&pInst->stInstHead, ulPid, pAdp->stAdpBase.pCompCtx, ulIfGroupId);
+    if (ZAN_CompInst_Init(&pInst->stInstHead, ulPid, pAdp->stAdpBase.pCompCtx, ulIfGroupId) != 0u) {
+        return 1;
+    }
     pInst->pAdp = pAdp;
     pInst->MemHandle = pAdp->ulMemHandle;
     pInst->IfGroupId = ulIfGroupId;
     pInst->stInstHead.pVOps = &g_stZanVrrpInstVOps;
     pInst->ucSubFcState = ZAN_VRRP_FC_STATE_NONE;
     pInst->ucUnSubFcState = ZAN_VRRP_FC_STATE_NONE;
-    ZAN_VrrpInst_InitTree_(&pInst->stSubItemTree);
-    ZAN_VrrpInst_InitTree_(&pInst->stUnSubItemTree);
+    ZAN_VrrpInst_InitTree_(&pInst->stItemTree);
+    for (ZAN_VRRP_ITEM_GROUP_S &stGroup : pInst->astGroup) {
+        for (uint32_t ulState = 0; ulState < SUB_ITEM_STATE_NUM; ulState++) {
+            ZAN_VrrpInst_ListInit_(&stGroup.astList[ulState]);
+            stGroup.aulLen[ulState] = 0;
+            stGroup.abInOrder[ulState] = 1;
+        }
+    }
     return 0;
 }
 
@@ -134,8 +348,7 @@ uint32_t ZAN_VrrpInst_DeInit(void *pvInst)
 
 uint32_t ZAN_VrrpInst_SubItemCmpKey_(const ZAN_RBT_NODE_S *pNode, const void *pKey)
 {
-    const ZAN_VRRP_SUB_ITEM_S *pItem = reinterpret_cast<const ZAN_VRRP_SUB_ITEM_S *>(pNode);
-    const int32_t lRet = WUX_MemCmp(pItem->aucKey, pKey, ZAN_VRRP_ITEM_KEY_LEN);
+    const int32_t lRet = ZAN_VrrpInst_KeyOrder(ZAN_VrrpInst_ItemOfNode_(pNode)->aucKey, static_cast<const uint8_t *>(pKey));
     if (lRet == 0) {
         return 0;
     }
@@ -148,30 +361,7 @@ uint32_t ZAN_VrrpInst_AddSubItem(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *p
         return 0;
     }
     pInst->usLastKeyType = pKey->usType;
-
-    uint8_t aucItemKey[ZAN_VRRP_ITEM_KEY_LEN];
-    if (ZAN_VrrpInst_BuildItemKey_(pKey, pSub, aucItemKey) != 0u) {
-        return ZAN_VRRP_ALL_ONES;
-    }
-    if (ZAN_RBT_LookupNode(&pInst->stSubItemTree, aucItemKey, ZAN_VrrpInst_SubItemCmpKey_) != nullptr) {
-        pInst->stErrStat.usRepeatSub++;
-        ZAN_VRRP_INST_TRACE(pInst, 238, "vrrp-inst add subscribe item, find same item.");
-        return 0;
-    }
-    ZAN_RBT_NODE_S *pOther = ZAN_RBT_LookupNode(&pInst->stUnSubItemTree, aucItemKey, ZAN_VrrpInst_SubItemCmpKey_);
-    if (pOther != nullptr) {
-        ZAN_VrrpInst_FreeItem_(&pInst->stUnSubItemTree, pOther, LINE_FREE_UNSUB);
-        if (ZAN_VrrpInst_TraceAdd_(pInst, 244, "vrrp-inst add subscribe item, find item in unsubscibe group.") != 0u) {
-            return 0;
-        }
-    }
-    ZAN_VRRP_SUB_ITEM_S *pItem = ZAN_VrrpInst_NewItem_(pInst, aucItemKey, LINE_MALLOC_SUB);
-    if (pItem == nullptr) {
-        return ZAN_VRRP_ALL_ONES;
-    }
-    (void)ZAN_RBT_AddNode(&pInst->stSubItemTree, &pItem->stNode, pItem->aucKey, ZAN_VrrpInst_SubItemCmpKey_);
-    pInst->bSubPending = 1;
-    return 0;
+    return ZAN_VrrpInst_StoreItem_(pInst, &g_stAddSub, pKey, pSub);
 }
 
 uint32_t ZAN_VrrpInst_AddUnSubItem(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_TLV_S *pSub)
@@ -179,29 +369,33 @@ uint32_t ZAN_VrrpInst_AddUnSubItem(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S 
     if (pInst->State != VRRP_INST_STATE_REGED) {
         return 0;
     }
-    uint8_t aucItemKey[ZAN_VRRP_ITEM_KEY_LEN];
-    if (ZAN_VrrpInst_BuildItemKey_(pKey, pSub, aucItemKey) != 0u) {
-        return ZAN_VRRP_ALL_ONES;
-    }
-    if (ZAN_RBT_LookupNode(&pInst->stUnSubItemTree, aucItemKey, ZAN_VrrpInst_SubItemCmpKey_) != nullptr) {
-        ZAN_VRRP_INST_TRACE(pInst, 293, "vrrp-inst add unsubscribe item, find same item.");
-        pInst->stErrStat.usRepeatUnSub++;
-        return 0;
-    }
-    ZAN_RBT_NODE_S *pOther = ZAN_RBT_LookupNode(&pInst->stSubItemTree, aucItemKey, ZAN_VrrpInst_SubItemCmpKey_);
-    if (pOther != nullptr) {
-        ZAN_VrrpInst_FreeItem_(&pInst->stSubItemTree, pOther, LINE_FREE_SUB);
-        if (ZAN_VrrpInst_TraceAdd_(pInst, 300, "vrrp-inst add unsubscribe item, find item in subscribe group.") != 0u) {
-            return 0;
+    return ZAN_VrrpInst_StoreItem_(pInst, &g_stAddUnSub, pKey, pSub);
+}
+
+ZAN_LIST_LINK_S *ZAN_VrrpInst_OrderedList_(ZAN_VRRP_INST_S *pInst, uint32_t ulGroup, uint8_t ucState)
+{
+    ZAN_VRRP_ITEM_GROUP_S *pGroup = &pInst->astGroup[ulGroup];
+    if (pGroup->abInOrder[ucState] == 0u) {
+        // A walk of the whole tree costs one step per item held, a merge sort about log2(n)
+        // compares per listed item: the cheaper of the two.
+        const uint32_t ulLen = pGroup->aulLen[ucState];
+        const uint32_t ulHeld = ZAN_VrrpInst_GroupCount(pInst, 0) + ZAN_VrrpInst_GroupCount(pInst, 1);
+        if (ulLen < 2u) {
+            // emptied or down to one item since it went out of order
+        } else if (ulHeld / ulLen <= 2u * (32u - (uint32_t)__builtin_clz(ulLen))) {
+            ZAN_VrrpInst_RelinkFromTree_(pInst, ulGroup, ucState);
+        } else {
+            ZAN_VrrpInst_SortList_(&pGroup->astList[ucState]);
         }
+        pGroup->abInOrder[ucState] = 1;
     }
-    ZAN_VRRP_SUB_ITEM_S *pItem = ZAN_VrrpInst_NewItem_(pInst, aucItemKey, LINE_MALLOC_UNSUB);
-    if (pItem == nullptr) {
-        return ZAN_VRRP_ALL_ONES;
-    }
-    (void)ZAN_RBT_AddNode(&pInst->stUnSubItemTree, &pItem->stNode, pItem->aucKey, ZAN_VrrpInst_SubItemCmpKey_);
-    pInst->bUnSubPending = 1;
-    return 0;
+    return &pGroup->astList[ucState];
+}
+
+void ZAN_VrrpInst_MoveItem_(ZAN_VRRP_INST_S *pInst, ZAN_VRRP_SUB_ITEM_S *pItem, uint8_t ucState)
+{
+    ZAN_VrrpInst_UnlinkItem_(pInst, pItem);
+    ZAN_VrrpInst_LinkItem_(pInst, pItem, ucState);
 }
 
 void ZAN_VrrpInst_ClearBasicInfo_(ZAN_VRRP_INST_S *pInst)
@@ -214,15 +408,13 @@ void ZAN_VrrpInst_ClearBasicInfo_(ZAN_VRRP_INST_S *pInst)
 void ZAN_VrrpInst_ClearSubInfo_(ZAN_VRRP_INST_S *pInst)
 {
     ZAN_VrrpInst_StopTmr_(pInst, &pInst->SubTmr);
-    ZAN_VrrpInst_FreeItems_(&pInst->stSubItemTree, false, 0, LINE_FREE_CLEAR);
-    WUX_RBT_ClearTree(&pInst->stSubItemTree);
+    ZAN_VrrpInst_ClearGroup_(pInst, ZAN_VRRP_GROUP_SUB);
 }
 
 void ZAN_VrrpInst_ClearUnSubInfo_(ZAN_VRRP_INST_S *pInst)
 {
     ZAN_VrrpInst_StopTmr_(pInst, &pInst->UnSubTmr);
-    ZAN_VrrpInst_FreeItems_(&pInst->stUnSubItemTree, false, 0, LINE_FREE_CLEAR);
-    WUX_RBT_ClearTree(&pInst->stUnSubItemTree);
+    ZAN_VrrpInst_ClearGroup_(pInst, ZAN_VRRP_GROUP_UNSUB);
 }
 
 void ZAN_VrrpInst_ClearNotifyInfo_(ZAN_VRRP_INST_S *pInst)
@@ -231,18 +423,22 @@ void ZAN_VrrpInst_ClearNotifyInfo_(ZAN_VRRP_INST_S *pInst)
     pInst->NotifySeq = 0;
 }
 
+// The acknowledged request carried exactly the sent items.
 void ZAN_VrrpInst_FlashItemStateToSubed_(ZAN_VRRP_INST_S *pInst)
 {
-    for (ZAN_RBT_NODE_S *pNode = WUX_RBT_FirstNode(&pInst->stSubItemTree); pNode != nullptr;
-         pNode = WUX_RBT_NextNode(&pInst->stSubItemTree, pNode)) {
-        ZAN_VRRP_SUB_ITEM_S *pItem = ZAN_VrrpInst_ItemOfNode_(pNode);
-        if (pItem->State == SUB_ITEM_STATE_SENT) {
-            pItem->State = SUB_ITEM_STATE_SUBED;
-        }
+    ZAN_LIST_LINK_S *pHead = &pInst->astGroup[ZAN_VRRP_GROUP_SUB].astList[SUB_ITEM_STATE_SENT];
+    while (pHead->pNext != pHead) {
+        ZAN_VrrpInst_MoveItem_(pInst, ZAN_VrrpInst_ItemOfLink_(pHead->pNext), SUB_ITEM_STATE_SUBED);
     }
 }
 
 void ZAN_VrrpInst_DeleteUnSubedItem_(ZAN_VRRP_INST_S *pInst)
 {
-    ZAN_VrrpInst_FreeItems_(&pInst->stUnSubItemTree, true, SUB_ITEM_STATE_SENT, LINE_FREE_UNSUBED);
+    ZAN_LIST_LINK_S *pHead = &pInst->astGroup[ZAN_VRRP_GROUP_UNSUB].astList[SUB_ITEM_STATE_SENT];
+    while (pHead->pNext != pHead) {
+        ZAN_VRRP_SUB_ITEM_S *pItem = ZAN_VrrpInst_ItemOfLink_(pHead->pNext);
+        ZAN_VrrpInst_UnlinkItem_(pInst, pItem);
+        WUX_RBT_RemoveNode(&pInst->stItemTree, &pItem->stNode);
+        KOL_Free_F(pItem, ZAN_VRRP_INST_FILE, LINE_FREE_UNSUBED);
+    }
 }

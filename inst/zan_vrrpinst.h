@@ -20,6 +20,14 @@ enum {
     SUB_ITEM_STATE_INIT = 0,
     SUB_ITEM_STATE_SENT = 1,
     SUB_ITEM_STATE_SUBED = 2,
+    SUB_ITEM_STATE_NUM = 3,
+};
+
+/* The two groups of subscription items. */
+enum {
+    ZAN_VRRP_GROUP_SUB = 0,
+    ZAN_VRRP_GROUP_UNSUB = 1,
+    ZAN_VRRP_GROUP_NUM = 2,
 };
 
 #define ZAN_VRRP_FC_STATE_NONE 2u      /* nothing held back */
@@ -61,13 +69,25 @@ typedef struct ZAN_VRRP_INST_EVT_STAT {
     uint16_t usReNotify;
 } ZAN_VRRP_INST_EVT_STAT_S;
 
-/* Not in the display: records the receive path refused as malformed, by reason. Each refusal
- * also counts GenKey, the display's count of malformed records. */
+/* Not in the display: records the receive path refused as malformed, by reason (each refusal
+ * also counts GenKey, the display's count of malformed records), and items the tree refused. */
 typedef struct ZAN_VRRP_INST_DROP_STAT {
     uint32_t ulRecPastEnd; /* a record, its key TLV or its data TLV would run past usMsgLen */
     uint32_t ulRecType;    /* a record type other than 3002, 3003 and 3004 */
     uint32_t ulRecLen;     /* a record length too short for the record's own key and data TLVs */
+    uint32_t ulItemInsert; /* a subscription item the tree service refused (freed, the add failed) */
 } ZAN_VRRP_INST_DROP_STAT_S;
+
+/* One group of subscription items. Its items are in the instance's item tree, and each one is
+ * also on the list of its state, so that an exchange touches only the items it carries: the
+ * stored items (state 0) wait there for the next request, the sent ones (state 1) for the
+ * acknowledgement. Lists 0 and 1 go out in key order: each keeps a flag telling whether it is
+ * in key order, and is put in order before it is packed when it is not. */
+typedef struct ZAN_VRRP_ITEM_GROUP {
+    ZAN_LIST_LINK_S astList[SUB_ITEM_STATE_NUM];
+    uint32_t aulLen[SUB_ITEM_STATE_NUM];
+    uint8_t abInOrder[SUB_ITEM_STATE_NUM];
+} ZAN_VRRP_ITEM_GROUP_S;
 
 struct ZAN_VRRP_PROD;
 
@@ -85,9 +105,9 @@ typedef struct ZAN_VRRP_INST {
     uint8_t bDownBusy : 1; /* a Down_ is running: see ZAN_VrrpInst_Down_ */
     uint8_t bEnding;       /* ZAN_VrrpInst_DeInit has run: the instance is about to be freed */
     uint32_t State;
-    ZAN_RBT_HEAD_S stSubItemTree;
+    ZAN_RBT_HEAD_S stItemTree; /* the items of both groups, by item key: a key is in one group */
+    ZAN_VRRP_ITEM_GROUP_S astGroup[ZAN_VRRP_GROUP_NUM];
     uint32_t SubTmr;
-    ZAN_RBT_HEAD_S stUnSubItemTree;
     uint32_t UnSubTmr;
     uint16_t usLastKeyType;
     uint32_t BatchTransId;
@@ -110,12 +130,37 @@ typedef struct ZAN_VRRP_INST {
     uint32_t ulDownCnt;
 } ZAN_VRRP_INST_S;
 
-/* A subscription item: tree node, 32-byte key (key TLV area, subscription TLV area), state. */
+/* A subscription item: tree node, 32-byte key (key TLV area, subscription TLV area), the link
+ * on its group's list of its state, state and group. */
 typedef struct ZAN_VRRP_SUB_ITEM {
     ZAN_RBT_NODE_S stNode;
     uint8_t aucKey[ZAN_VRRP_ITEM_KEY_LEN];
+    ZAN_LIST_LINK_S stLink;
     uint8_t State;
+    uint8_t ucGroup;
 } ZAN_VRRP_SUB_ITEM_S;
+
+static_assert(sizeof(void *) != 4u || sizeof(ZAN_VRRP_SUB_ITEM_S) <= 64u, "an item holds at most 64 bytes");
+
+/* Items of a group, in any state. */
+static inline uint32_t ZAN_VrrpInst_GroupCount(const ZAN_VRRP_INST_S *pInst, uint32_t ulGroup)
+{
+    const ZAN_VRRP_ITEM_GROUP_S *pGroup = &pInst->astGroup[ulGroup];
+    return pGroup->aulLen[0] + pGroup->aulLen[1] + pGroup->aulLen[2];
+}
+
+/* Bytewise order of two 32-byte item keys (the sign of a memcmp), a word at a time. */
+static inline int32_t ZAN_VrrpInst_KeyOrder(const uint8_t *pucA, const uint8_t *pucB)
+{
+    for (uint32_t i = 0; i < ZAN_VRRP_ITEM_KEY_LEN; i += 4u) {
+        const uint32_t ulA = ZAN_VrrpAdp_GetBe32(pucA + i);
+        const uint32_t ulB = ZAN_VrrpAdp_GetBe32(pucB + i);
+        if (ulA != ulB) {
+            return (ulA > ulB) ? 1 : -1;
+        }
+    }
+    return 0;
+}
 
 extern const ZAN_COMP_INST_VOPS_S g_stZanVrrpInstVOps;
 
@@ -135,6 +180,15 @@ void ZAN_VrrpInst_StopTmr_(ZAN_VRRP_INST_S *pInst, uint32_t *pulTmr);
 uint32_t ZAN_VrrpInst_Init(ZAN_VRRP_INST_S *pInst, ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t ulIfGroupId);
 uint32_t ZAN_VrrpInst_DeInit(void *pInst);
 void ZAN_VrrpInst_InitTree_(ZAN_RBT_HEAD_S *pTree);
+/* The group's list of ucState in key order. */
+ZAN_LIST_LINK_S *ZAN_VrrpInst_OrderedList_(ZAN_VRRP_INST_S *pInst, uint32_t ulGroup, uint8_t ucState);
+/* Moves an item from its list to the end of its group's list of ucState. */
+void ZAN_VrrpInst_MoveItem_(ZAN_VRRP_INST_S *pInst, ZAN_VRRP_SUB_ITEM_S *pItem, uint8_t ucState);
+static inline ZAN_VRRP_SUB_ITEM_S *ZAN_VrrpInst_ItemOfLink_(ZAN_LIST_LINK_S *pLink)
+{
+    return reinterpret_cast<ZAN_VRRP_SUB_ITEM_S *>(reinterpret_cast<uint8_t *>(pLink) -
+                                                   __builtin_offsetof(ZAN_VRRP_SUB_ITEM_S, stLink));
+}
 uint32_t ZAN_VrrpInst_SubItemCmpKey_(const ZAN_RBT_NODE_S *pNode, const void *pKey);
 uint32_t ZAN_VrrpInst_AddSubItem(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_TLV_S *pSub);
 uint32_t ZAN_VrrpInst_AddUnSubItem(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_TLV_S *pSub);

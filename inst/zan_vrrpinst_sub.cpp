@@ -16,7 +16,7 @@ constexpr uint32_t ZAN_VRRP_SUB_TMR_MS = 3000;
 struct ZAN_VRRP_SUB_SIDE_S {
     uint8_t ucMsgType;
     uint32_t ulAllocLine;
-    ZAN_RBT_HEAD_S ZAN_VRRP_INST_S::*pTree;
+    uint32_t ulGroup;
     uint32_t ZAN_VRRP_INST_S::*pTmr;
     uint16_t ZAN_VRRP_INST_EVT_STAT_S::*pMaxLen;
     uint16_t ZAN_VRRP_INST_EVT_STAT_S::*pNoItem;
@@ -24,13 +24,13 @@ struct ZAN_VRRP_SUB_SIDE_S {
 
 const ZAN_VRRP_SUB_SIDE_S g_stSubSide = {ZAN_VRRP_MSG_SUBSCRIBE,
                                          LINE_ALLOC_SUB,
-                                         &ZAN_VRRP_INST_S::stSubItemTree,
+                                         ZAN_VRRP_GROUP_SUB,
                                          &ZAN_VRRP_INST_S::SubTmr,
                                          &ZAN_VRRP_INST_EVT_STAT_S::usSubMaxLen,
                                          &ZAN_VRRP_INST_EVT_STAT_S::usSubNoItem};
 const ZAN_VRRP_SUB_SIDE_S g_stUnSubSide = {ZAN_VRRP_MSG_UNSUBSCRIBE,
                                            LINE_ALLOC_UNSUB,
-                                           &ZAN_VRRP_INST_S::stUnSubItemTree,
+                                           ZAN_VRRP_GROUP_UNSUB,
                                            &ZAN_VRRP_INST_S::UnSubTmr,
                                            &ZAN_VRRP_INST_EVT_STAT_S::usUnSubMaxLen,
                                            &ZAN_VRRP_INST_EVT_STAT_S::usUnSubNoItem};
@@ -46,16 +46,17 @@ uint32_t ZAN_VrrpInst_PutTlv_(uint8_t *pucDst, uint32_t ulRoom, const uint8_t *p
     return ulRet;
 }
 
+// Packs the group's items of ucState in key order until one does not fit; packed stored items
+// become sent ones.
 void ZAN_VrrpInst_BuildBody_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_SUB_SIDE_S *pSide, uint8_t *pMsg, uint8_t ucState)
 {
     uint32_t ulPos = ZAN_VrrpAdp_GetBe16(pMsg + ZAN_VRRP_HDR_MSGLEN);
     uint16_t usCount = 0;
-    ZAN_RBT_HEAD_S *pTree = &(pInst->*(pSide->pTree));
-    for (ZAN_RBT_NODE_S *pNode = WUX_RBT_FirstNode(pTree); pNode != nullptr; pNode = WUX_RBT_NextNode(pTree, pNode)) {
-        ZAN_VRRP_SUB_ITEM_S *pItem = reinterpret_cast<ZAN_VRRP_SUB_ITEM_S *>(pNode);
-        if (pItem->State != ucState) {
-            continue;
-        }
+    ZAN_LIST_LINK_S *pHead = ZAN_VrrpInst_OrderedList_(pInst, pSide->ulGroup, ucState);
+    ZAN_LIST_LINK_S *pLink = pHead->pNext;
+    while (pLink != pHead) {
+        ZAN_LIST_LINK_S *pNext = pLink->pNext;
+        ZAN_VRRP_SUB_ITEM_S *pItem = ZAN_VrrpInst_ItemOfLink_(pLink);
         const uint8_t *pucKey = pItem->aucKey;
         const uint8_t *pucSub = pItem->aucKey + ZAN_VRRP_ITEM_TLV_AREA;
         const uint32_t ulK = (uint32_t)ZAN_VrrpAdp_GetHost16(pucKey + 2) + 4u;
@@ -71,7 +72,10 @@ void ZAN_VrrpInst_BuildBody_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_SUB_SIDE_S *
         }
         ulPos += ulK + ulS;
         usCount = (uint16_t)(usCount + 2u);
-        pItem->State = SUB_ITEM_STATE_SENT;
+        if (ucState == SUB_ITEM_STATE_INIT) {
+            ZAN_VrrpInst_MoveItem_(pInst, pItem, SUB_ITEM_STATE_SENT);
+        }
+        pLink = pNext;
     }
     ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_MSGLEN, (uint16_t)ulPos);
     ZAN_VrrpAdp_PutBe16(pMsg + ZAN_VRRP_HDR_ENTRYCNT, usCount);

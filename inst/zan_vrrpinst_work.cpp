@@ -40,10 +40,10 @@ void ZAN_VrrpInst_NotifyVrrpDown_(ZAN_VRRP_INST_S *pInst)
     // and cannot change the group being walked.
     pInst->State = VRRP_INST_STATE_INIT;
     const uint32_t ulHandle = ZAN_VrrpInst_Ctx(pInst)->ulHandle;
-    for (ZAN_RBT_NODE_S *pNode = WUX_RBT_FirstNode(&pInst->stSubItemTree); pNode != nullptr;
-         pNode = WUX_RBT_NextNode(&pInst->stSubItemTree, pNode)) {
+    for (ZAN_RBT_NODE_S *pNode = WUX_RBT_FirstNode(&pInst->stItemTree); pNode != nullptr;
+         pNode = WUX_RBT_NextNode(&pInst->stItemTree, pNode)) {
         const ZAN_VRRP_SUB_ITEM_S *pItem = reinterpret_cast<const ZAN_VRRP_SUB_ITEM_S *>(pNode);
-        if (pItem->State == SUB_ITEM_STATE_SUBED) {
+        if (pItem->ucGroup == ZAN_VRRP_GROUP_SUB && pItem->State == SUB_ITEM_STATE_SUBED) {
             pfnItemDown(pItem->aucKey, ulHandle);
         }
     }
@@ -120,6 +120,9 @@ uint32_t ZAN_VrrpInst_Fcm(void *pvInst)
 uint32_t ZAN_VrrpInst_Flush(void *pvInst)
 {
     ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
+    if (pInst->bEnding != 0u) {
+        return 0;  // ended, only left in the framework's table because it refused to remove it
+    }
     // Items added since the last flush go out together. The pending bit is cleared first: an
     // item the application adds from a callback of the exchange marks it again for the next flush.
     if (pInst->bSubPending != 0u) {

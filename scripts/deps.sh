@@ -1,8 +1,9 @@
 #!/usr/bin/env bash
 # Installs what the build needs when it is missing: the host toolchain, CMake, binutils, the
 # GoogleTest sources, Google Benchmark and tshark (for the capture dissector's test); with the
-# argument "armhf" also the 32-bit ARM cross compiler and qemu-user. Touches apt (as root) only
-# when something is missing; quiet otherwise.
+# argument "armhf" also the 32-bit ARM cross compiler and qemu-user, with "fuzz" clang, its
+# sanitizer and libFuzzer runtimes and llvm-symbolizer. Touches apt (as root) only when
+# something is missing; quiet otherwise.
 set -euo pipefail
 
 need=()
@@ -23,7 +24,12 @@ case "${1:-}" in
     have_cmd arm-linux-gnueabihf-nm || need+=(binutils-arm-linux-gnueabihf)
     have_cmd qemu-arm || need+=(qemu-user)
     ;;
-  *) echo "usage: $0 [armhf]" >&2; exit 2 ;;
+  fuzz)
+    have_cmd clang++ || need+=(clang)
+    compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a" >/dev/null || need+=(libclang-rt-dev)
+    have_cmd llvm-symbolizer || need+=(llvm)
+    ;;
+  *) echo "usage: $0 [armhf|fuzz]" >&2; exit 2 ;;
 esac
 
 [ ${#need[@]} -eq 0 ] && exit 0

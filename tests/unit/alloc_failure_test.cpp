@@ -88,7 +88,11 @@ TEST(AllocFailure, ScenarioSurvivesAnySingleFailureAndReleasesEverything)
     const Kind kinds[] = {{host::FailKind::Malloc, "malloc"}, {host::FailKind::MsgAlloc, "msgalloc"},
                           {host::FailKind::Timer, "timer"},   {host::FailKind::Send, "send"},
                           {host::FailKind::MemInit, "meminit"}, {host::FailKind::RegMsg, "regmsg"},
-                          {host::FailKind::RegCfg, "regcfg"}, {host::FailKind::RegInner, "reginner"}};
+                          {host::FailKind::RegCfg, "regcfg"}, {host::FailKind::RegInner, "reginner"},
+                          {host::FailKind::AdpInit, "adpinit"}, {host::FailKind::AddInst, "addinst"},
+                          {host::FailKind::DelInst, "delinst"}, {host::FailKind::InstInit, "instinit"},
+                          {host::FailKind::StartWork, "startwork"}, {host::FailKind::RbtAdd, "rbtadd"},
+                          {host::FailKind::CliAddRec, "cliaddrec"}, {host::FailKind::CliRetCode, "cliretcode"}};
     for (const Kind &k : kinds) {
         // Each position in turn, up to the first that the scenario no longer reaches.
         for (uint32_t skip = 0;; skip++) {

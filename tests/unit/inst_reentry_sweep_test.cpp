@@ -209,7 +209,7 @@ void CheckInvariants(const char *step)
             }
             EXPECT_EQ(inst->RegTmr, 0u) << "pid " << pid;
             EXPECT_EQ(inst->State, (uint32_t)VRRP_INST_STATE_INIT) << "pid " << pid;
-            EXPECT_EQ(inst->stSubItemTree.ulCount + inst->stUnSubItemTree.ulCount, 0u) << "pid " << pid;
+            EXPECT_EQ(inst->stItemTree.ulCount, 0u) << "pid " << pid;
         }
     }
     const std::vector<uint32_t> running = host::RunningTimerHandles();

@@ -62,7 +62,7 @@ void Reentry::Subscribed(void (*itemDown)(const void *, uint32_t))
     }
     ASSERT_TRUE(host::RunFlush());
     ASSERT_TRUE(host::DeliverMsg(0x10, Header(0x81, ZAN_VRRP_MSG_SUBSCRIBE)));
-    ASSERT_EQ(libtest::Inst(0x10)->stSubItemTree.ulCount, 3u);
+    ASSERT_EQ(libtest::Inst(0x10)->stItemTree.ulCount, 3u);
 }
 
 TEST_F(Reentry, WorkOffFromInsideItemDownReportsEveryItemOnce)
@@ -73,7 +73,7 @@ TEST_F(Reentry, WorkOffFromInsideItemDownReportsEveryItemOnce)
     ASSERT_TRUE(host::RunDown(0x10));
     EXPECT_EQ(g_itemDowns, 3);
     EXPECT_EQ(inst->State, (uint32_t)VRRP_INST_STATE_INIT);
-    EXPECT_EQ(WUX_RBT_FirstNode(&inst->stSubItemTree), nullptr);
+    EXPECT_EQ(WUX_RBT_FirstNode(&inst->stItemTree), nullptr);
     EXPECT_EQ(inst->bWorkOn, 0u);
     EXPECT_EQ(inst->bDownBusy, 0u);
     EXPECT_EQ(host::Faults(), 0u);

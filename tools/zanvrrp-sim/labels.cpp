@@ -26,13 +26,15 @@ uint32_t CountList(const ZAN_LIST_LINK_S &head)
     return n;
 }
 
-uint32_t CountTree(const ZAN_RBT_HEAD_S &tree)
+// Items of a group, counted by a walk of the tree rather than read from the group's lists.
+uint32_t CountGroup(const ZAN_VRRP_INST_S &inst, uint8_t group)
 {
-    auto *t = const_cast<ZAN_RBT_HEAD_S *>(&tree);
+    auto *t = const_cast<ZAN_RBT_HEAD_S *>(&inst.stItemTree);
     uint32_t n = 0;
-    for (ZAN_RBT_NODE_S *node = WUX_RBT_FirstNode(t); node != nullptr && n < kWalkLimit;
-         node = WUX_RBT_NextNode(t, node)) {
-        ++n;
+    uint32_t steps = 0;
+    for (ZAN_RBT_NODE_S *node = WUX_RBT_FirstNode(t); node != nullptr && steps < kWalkLimit;
+         node = WUX_RBT_NextNode(t, node), ++steps) {
+        n += (reinterpret_cast<const ZAN_VRRP_SUB_ITEM_S *>(node)->ucGroup == group) ? 1u : 0u;
     }
     return n;
 }
@@ -71,6 +73,10 @@ const Scalar<Adp> kAdpScalars[] = {
     {"Drop.Short", [](const Adp &a) -> uint32_t { return a.stDropStat.ulShortMsg; }},
     {"Drop.BadLen", [](const Adp &a) -> uint32_t { return a.stDropStat.ulBadMsgLen; }},
     {"Drop.ShortFcm", [](const Adp &a) -> uint32_t { return a.stDropStat.ulShortFcm; }},
+    {"Fw.InstInit", [](const Adp &a) -> uint32_t { return a.stFwStat.ulInstInit; }},
+    {"Fw.AddInst", [](const Adp &a) -> uint32_t { return a.stFwStat.ulAddInst; }},
+    {"Fw.StartWork", [](const Adp &a) -> uint32_t { return a.stFwStat.ulStartWork; }},
+    {"Fw.DelInst", [](const Adp &a) -> uint32_t { return a.stFwStat.ulDelInst; }},
     {"WorkOn", [](const Adp &a) -> uint32_t { return a.bWorkOn; }},
     {"DebugOn", [](const Adp &a) -> uint32_t { return a.bDebugOn; }},
     {"Deploys", [](const Adp &a) -> uint32_t { return CountList(a.stDeployList); }},
@@ -113,6 +119,8 @@ const Scalar<Inst> kInstScalars[] = {
     {"Drop.RecPastEnd", [](const Inst &i) -> uint32_t { return i.stDropStat.ulRecPastEnd; }},
     {"Drop.RecType", [](const Inst &i) -> uint32_t { return i.stDropStat.ulRecType; }},
     {"Drop.RecLen", [](const Inst &i) -> uint32_t { return i.stDropStat.ulRecLen; }},
+    {"Drop.ItemInsert", [](const Inst &i) -> uint32_t { return i.stDropStat.ulItemInsert; }},
+    {"Ending", [](const Inst &i) -> uint32_t { return i.bEnding; }},
     {"Prod", [](const Inst &i) -> uint32_t { return i.pProd != nullptr ? 1u : 0u; }},
     {"IfGroupId", [](const Inst &i) -> uint32_t { return i.IfGroupId; }},
     {"FcCnt", [](const Inst &i) -> uint32_t { return i.FcCnt; }},
@@ -131,8 +139,8 @@ const Scalar<Inst> kInstScalars[] = {
     {"SubFcState", [](const Inst &i) -> uint32_t { return i.ucSubFcState; }},
     {"UnSubFcState", [](const Inst &i) -> uint32_t { return i.ucUnSubFcState; }},
     {"LastKeyType", [](const Inst &i) -> uint32_t { return i.usLastKeyType; }},
-    {"SubItems", [](const Inst &i) -> uint32_t { return CountTree(i.stSubItemTree); }},
-    {"UnSubItems", [](const Inst &i) -> uint32_t { return CountTree(i.stUnSubItemTree); }},
+    {"SubItems", [](const Inst &i) -> uint32_t { return CountGroup(i, ZAN_VRRP_GROUP_SUB); }},
+    {"UnSubItems", [](const Inst &i) -> uint32_t { return CountGroup(i, ZAN_VRRP_GROUP_UNSUB); }},
     {"Status", [](const Inst &i) -> uint32_t { return i.stInstHead.ulStatus; }},
 };
 

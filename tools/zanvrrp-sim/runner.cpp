@@ -90,8 +90,13 @@ std::string DescribeTlv(const ZAN_VRRP_TLV_S &t)
 constexpr std::pair<const char *, host::FailKind> kFailKinds[] = {
     {"malloc", host::FailKind::Malloc},   {"msgalloc", host::FailKind::MsgAlloc}, {"timer", host::FailKind::Timer},
     {"send", host::FailKind::Send},       {"meminit", host::FailKind::MemInit},   {"regmsg", host::FailKind::RegMsg},
-    {"regcfg", host::FailKind::RegCfg},   {"reginner", host::FailKind::RegInner},
+    {"regcfg", host::FailKind::RegCfg},   {"reginner", host::FailKind::RegInner}, {"adpinit", host::FailKind::AdpInit},
+    {"addinst", host::FailKind::AddInst}, {"delinst", host::FailKind::DelInst},   {"instinit", host::FailKind::InstInit},
+    {"startwork", host::FailKind::StartWork}, {"rbtadd", host::FailKind::RbtAdd}, {"cliaddrec", host::FailKind::CliAddRec},
+    {"cliretcode", host::FailKind::CliRetCode},
 };
+static_assert(std::size(kFailKinds) == static_cast<std::size_t>(host::FailKind::Count),
+              "every failure kind of the host has a name");
 
 }  // namespace
 
@@ -191,24 +196,16 @@ bool Runner::RunFile(const std::string &path, std::string &failure)
     ss << in.rdbuf();
 
     std::vector<ScriptLine> lines;
-    try {
-        lines = SplitScript(ss.str());
-    } catch (const ScriptSplitError &e) {
-        failure = path + ":" + std::to_string(e.line) + ": " + e.what();
-        return false;
-    }
-
-    // Every line is checked before anything runs, so a broken script fails at its fault.
-    for (const ScriptLine &sl : sweep_.checked ? std::vector<ScriptLine>{} : lines) {
+    if (sweep_.checked) {
+        // Checked by an earlier run of the same file: split only.
         try {
-            Exec(Step{sl.line, sl.text, &sl.block}, true);
-        } catch (const ScriptError &e) {
-            failure = path + ":" + std::to_string(sl.line) + ": " + e.what();
-            return false;
-        } catch (const std::exception &e) {
-            failure = path + ":" + std::to_string(sl.line) + ": runner fault: " + e.what();
+            lines = SplitScript(ss.str());
+        } catch (const ScriptSplitError &e) {
+            failure = path + ":" + std::to_string(e.line) + ": " + e.what();
             return false;
         }
+    } else if (!CheckScript(path, ss.str(), lines, failure)) {
+        return false;
     }
 
     ResetWorld();
@@ -258,6 +255,37 @@ bool Runner::RunFile(const std::string &path, std::string &failure)
         }
     }
     reactions_.clear();
+    return true;
+}
+
+bool Runner::CheckScript(const std::string &name, const std::string &content, std::vector<ScriptLine> &lines,
+                         std::string &failure, bool *runnerFault)
+{
+    if (runnerFault != nullptr) {
+        *runnerFault = false;
+    }
+    try {
+        lines = SplitScript(content);
+    } catch (const ScriptSplitError &e) {
+        failure = name + ":" + std::to_string(e.line) + ": " + e.what();
+        return false;
+    }
+
+    // Every line is checked before anything runs, so a broken script fails at its fault.
+    for (const ScriptLine &sl : lines) {
+        try {
+            Exec(Step{sl.line, sl.text, &sl.block}, true);
+        } catch (const ScriptError &e) {
+            failure = name + ":" + std::to_string(sl.line) + ": " + e.what();
+            return false;
+        } catch (const std::exception &e) {
+            failure = name + ":" + std::to_string(sl.line) + ": runner fault: " + e.what();
+            if (runnerFault != nullptr) {
+                *runnerFault = true;
+            }
+            return false;
+        }
+    }
     return true;
 }
 

@@ -62,6 +62,11 @@ public:
 
     // Runs the script; true when it passed, else `failure` is "FILE:LINE: what".
     bool RunFile(const std::string &path, std::string &failure);
+    // The first pass of RunFile on a script's content: splits it and checks every line without
+    // running anything. True when it is well formed, else `failure` is "NAME:LINE: what".
+    // *runnerFault (when given) tells that an exception other than ScriptError was caught.
+    bool CheckScript(const std::string &name, const std::string &content, std::vector<ScriptLine> &lines,
+                     std::string &failure, bool *runnerFault = nullptr);
     // Every message the library sends and every message a script delivers goes to the capture.
     void SetPcap(PcapWriter *pcap) { pcap_ = pcap; }
 

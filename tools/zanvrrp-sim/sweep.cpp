@@ -554,7 +554,8 @@ void RunInChildren(const std::string &path, const std::vector<SweepCase> &cases,
             }
             return;
         }
-        std::optional<std::size_t> running;
+        constexpr std::size_t kNone = SIZE_MAX;
+        std::size_t running = kNone;  // the case the child has begun and not reported
         bool hung = false;
         std::string buf;
         const int timeoutMs = static_cast<int>(std::min(opt.caseTimeoutSec * 1000.0, double(INT_MAX)));
@@ -601,7 +602,7 @@ void RunInChildren(const std::string &path, const std::vector<SweepCase> &cases,
                     }
                     o.ok = ok == 1;
                     o.completed = true;
-                    running.reset();
+                    running = kNone;
                     next = i + 1;
                 }
             }
@@ -612,13 +613,13 @@ void RunInChildren(const std::string &path, const std::vector<SweepCase> &cases,
         }
         const std::string diagText = ReadAllFrom(diag);
         std::fclose(diag);
-        if (running) {
-            CaseOutcome &o = results[*running];
+        if (running != kNone) {
+            CaseOutcome &o = results[running];
             o.ok = false;
             o.completed = false;
             o.what = hung ? "hangs: no end after " + std::to_string(static_cast<int>(opt.caseTimeoutSec)) + " s"
                           : DescribeDeath(status, diagText);
-            next = *running + 1;
+            next = running + 1;
         } else if (next < cases.size()) {
             results[next] = CaseOutcome{false, "the child ended between cases: " + DescribeDeath(status, diagText), {},
                                         false};

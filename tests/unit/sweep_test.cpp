@@ -1,8 +1,9 @@
 // The sweep (`zanvrrp-sim script --sweep`): it counts the fallible calls a script makes, fails
 // each of them in turn, ignores what the script expects, re-enters the library as its modes say,
 // and reports every kind of breakage a run can show: a block left (held at the end, or lost on a
-// handle that the library's end freed with it), a timer left, a platform misuse, a crash, a hang. The breakages are made on purpose through the sweep's
-// sabotage seam, so that a sweep that checks nothing cannot pass.
+// handle that the library's end freed with it), a timer, message buffer, memory handle or
+// registration left, a platform misuse, a crash, a hang. The breakages are made on purpose
+// through the sweep's sabotage seam, so that a sweep that checks nothing cannot pass.
 #include <gtest/gtest.h>
 
 #include <fstream>
@@ -117,7 +118,7 @@ TEST(Sweep, AFailureTheLibraryLeaksIsReportedWithItsCase)
     }
 }
 
-TEST(Sweep, LostBlocksMisuseTimersCrashesAndHangsAreReported)
+TEST(Sweep, LostBlocksMisuseTimersBuffersHandlesRegistrationsCrashesAndHangsAreReported)
 {
     const std::string path = WriteScript(kScript);
     const struct {
@@ -130,6 +131,9 @@ TEST(Sweep, LostBlocksMisuseTimersCrashesAndHangsAreReported)
         {sim::Sabotage::Lost,
          "1 block(s) still held on a memory handle when the library ended it: sweep-sabotage:2 x1 (40 bytes)"},
         {sim::Sabotage::Timer, "timer(s) still running: 1234 ms"},
+        {sim::Sabotage::Buffer, "1 message buffer(s) neither sent nor freed"},
+        {sim::Sabotage::Handle, "not finalised"},
+        {sim::Sabotage::Reg, "registration(s) left: message class 30583"},
         {sim::Sabotage::Crash, ""},
         {sim::Sabotage::Hang, "hangs: no end after 1 s"},
     };

@@ -28,7 +28,8 @@ struct ExpectFail {
 };
 
 // The failure kinds of the host as scripts and the sweep name them: malloc, msgalloc, timer,
-// send, meminit, regmsg, regcfg, reginner.
+// send, meminit, regmsg, regcfg, reginner, adpinit, addinst, delinst, instinit, startwork,
+// rbtadd, cliaddrec, cliretcode (every kind has a name).
 const char *FailKindName(host::FailKind kind);
 std::optional<host::FailKind> ParseFailKind(const std::string &name);
 

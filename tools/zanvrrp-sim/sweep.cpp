@@ -211,6 +211,7 @@ private:
 };
 
 void NoopTimer(void *, uint32_t, ZAN_COMP_CTX_S *) {}
+uint32_t NoopMsgProc(void *, void *) { return 0; }
 
 int *volatile g_nowhere = nullptr;
 uint8_t g_notABuffer = 0;
@@ -233,6 +234,17 @@ void DoSabotage(Sabotage s)
         break;
     case Sabotage::Timer:
         (void)ZAN_Frame_StartLoopTmr(host::Ctx(), NoopTimer, 1234, nullptr);
+        break;
+    case Sabotage::Buffer:
+        (void)KOL_MsgFlowCtrlAlloc_F(host::Ctx()->ulMsgAllocHandle, 0x77, 20, "sweep-sabotage", 3);
+        break;
+    case Sabotage::Handle: {
+        uint32_t handle = 0;
+        (void)KOL_HandleInitialize(host::Ctx()->ulCid, 0x77, &handle);
+        break;
+    }
+    case Sabotage::Reg:
+        (void)ZAN_Frame_RegMsgProc(host::Ctx(), 0x7777, NoopMsgProc, &g_notABuffer, nullptr);
         break;
     case Sabotage::Crash:
         *g_nowhere = 1;
@@ -694,6 +706,7 @@ std::optional<Sabotage> ParseSabotage(const std::string &name)
 {
     static const std::pair<const char *, Sabotage> kNames[] = {
         {"leak", Sabotage::Leak},   {"lost", Sabotage::Lost},     {"misuse", Sabotage::Misuse}, {"timer", Sabotage::Timer},
+        {"buffer", Sabotage::Buffer}, {"handle", Sabotage::Handle}, {"reg", Sabotage::Reg},
         {"crash", Sabotage::Crash}, {"hang", Sabotage::Hang},
     };
     for (const auto &p : kNames) {
@@ -886,7 +899,7 @@ SweepFileResult SweepFile(const std::string &path, const SweepOptions &opt)
 
 const char *const kSweepUsage =
     "       zanvrrp-sim script --sweep [--verbose] [--modes M,...] [--kinds K,...] [--case ID] [--no-fork]\n"
-    "                          [--case-timeout S] [--sabotage leak|lost|misuse|timer|crash|hang] FILE...\n";
+    "                          [--case-timeout S] [--sabotage leak|lost|misuse|timer|buffer|handle|reg|crash|hang] FILE...\n";
 
 int SweepMain(const std::vector<std::string> &args, std::ostream &out, std::ostream &err)
 {

@@ -45,6 +45,9 @@ enum class Sabotage {
     Lost,    // a block on the adapter's own handle that nobody frees (its end would free it unseen)
     Misuse,  // a message buffer freed that was never allocated
     Timer,   // a timer started that nobody stops
+    Buffer,  // a message buffer allocated that is neither sent nor freed
+    Handle,  // a memory handle made that nobody ends
+    Reg,     // a message handler registered that nobody withdraws
     Crash,   // a write through a null pointer
     Hang,    // never returns
 };

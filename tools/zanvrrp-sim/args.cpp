@@ -14,6 +14,7 @@ bool Repeatable(const std::string &name)
 
 Args::Args(const std::vector<Word> &words, std::size_t first)
 {
+    items_.reserve(words.size() > first ? words.size() - first : 0);
     for (std::size_t i = first; i < words.size(); ++i) {
         const Word &w = words[i];
         if (w.HasEq()) {
@@ -21,7 +22,7 @@ Args::Args(const std::vector<Word> &words, std::size_t first)
                 throw ScriptError("argument '" + w.text + "' has no name");
             }
             for (const Item &it : items_) {
-                if (it.word.HasEq() && it.word.Name() == w.Name() && !Repeatable(w.Name())) {
+                if (it.word.HasEq() && it.word.NameView() == w.NameView() && !Repeatable(w.Name())) {
                     throw ScriptError("argument '" + w.Name() + "=' given twice");
                 }
             }
@@ -33,7 +34,7 @@ Args::Args(const std::vector<Word> &words, std::size_t first)
 Args::Item *Args::FindNamed(const std::string &name)
 {
     for (Item &it : items_) {
-        if (!it.used && it.word.HasEq() && it.word.Name() == name) {
+        if (!it.used && it.word.HasEq() && it.word.NameView() == name) {
             return &it;
         }
     }

@@ -204,8 +204,16 @@ std::vector<uint8_t> ParseHexPairs(const std::string &text)
 std::string ExpandIndex(const std::string &body, uint32_t i)
 {
     std::string out;
+    out.reserve(body.size() + 8);
     std::size_t p = 0;
     while (p < body.size()) {
+        // Everything up to the next '{' as it is.
+        const std::size_t brace = body.find('{', p);
+        out.append(body, p, brace == std::string::npos ? std::string::npos : brace - p);
+        if (brace == std::string::npos) {
+            break;
+        }
+        p = brace;
         if (body.compare(p, 3, "{i}") == 0) {
             out += std::to_string(i);
             p += 3;

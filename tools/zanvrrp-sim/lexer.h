@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <stdexcept>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace sim {
@@ -24,6 +25,7 @@ struct Word {
 
     bool HasEq() const { return eq != std::string::npos; }
     std::string Name() const { return HasEq() ? text.substr(0, eq) : text; }
+    std::string_view NameView() const { return std::string_view(text).substr(0, eq); }
     std::string Value() const { return HasEq() ? text.substr(eq + 1) : std::string(); }
 };
 

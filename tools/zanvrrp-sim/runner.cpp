@@ -4,6 +4,7 @@
 #include <fstream>
 #include <set>
 #include <sstream>
+#include <unordered_map>
 
 #include "adp/zan_vrrpadp.h"
 #include "msgform.h"
@@ -405,9 +406,21 @@ uint32_t Runner::AdpMemHandle() const
     return adp != nullptr ? adp->ulMemHandle : host::LastCreatedHandle();
 }
 
+// A sweep runs the same lines thousands of times in one process: each text is lexed once.
+static const LexedLine &LexOnce(const std::string &text)
+{
+    static std::unordered_map<std::string, LexedLine> lexed;
+    auto it = lexed.find(text);
+    if (it == lexed.end()) {
+        it = lexed.emplace(text, Lex(text)).first;
+    }
+    return it->second;
+}
+
 void Runner::Exec(const Step &s, bool dry)
 {
-    LexedLine l = Lex(s.text);
+    LexedLine own;
+    const LexedLine &l = sweep_.enabled ? LexOnce(s.text) : (own = Lex(s.text));
     if (l.words.empty()) {
         throw ScriptError("command expected");
     }
@@ -942,7 +955,9 @@ void Runner::CmdRepeat(const Step &s, const LexedLine &l, bool dry)
     }
     for (uint32_t i = 0; i < n; ++i) {
         std::string text = ExpandIndex(body, i);
-        Log("[" + std::to_string(i) + "] " + text);
+        if (verbose_) {
+            Log("[" + std::to_string(i) + "] " + text);
+        }
         uint32_t faults = host::Faults();
         if (sweep_.enabled) {
             try {

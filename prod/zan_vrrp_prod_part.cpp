@@ -12,7 +12,6 @@ enum : uint32_t {
     LINE_ADDPART_COPY = 310,
     LINE_ADDPART_INSERT_NG = 316,
     LINE_ADDPART_FREE = 317,
-    LINE_ADDPART_SPARE_FREE = 318,
     LINE_DELPART_FREE = 345,
     LINE_MOVE_NG = 380,
     LINE_SENDDATA_NG = 420,
@@ -100,22 +99,6 @@ uint32_t ZAN_VrrpProd_CmpPart_(const ZAN_RBT_NODE_S *pNode, const void *pKey)
 
 namespace {
 
-// A part key and, once a descent met it, the part that holds it.
-struct ZAN_VRRP_PART_PROBE_S {
-    uint8_t aucKey[ZAN_VRRP_PART_KEY_LEN];
-    ZAN_VRRP_PART_S *pFound;
-};
-
-uint32_t ZAN_VrrpProd_ProbeCmp_(const ZAN_RBT_NODE_S *pNode, const void *pKey)
-{
-    ZAN_VRRP_PART_PROBE_S *pProbe = static_cast<ZAN_VRRP_PART_PROBE_S *>(const_cast<void *>(pKey));
-    const uint32_t ulCmp = ZAN_VrrpProd_CmpPart_(pNode, pProbe->aucKey);
-    if (ulCmp == 0u) {
-        pProbe->pFound = ZAN_VrrpProd_PartOfTreeNode_(pNode);
-    }
-    return ulCmp;
-}
-
 // A block holding the key and data TLVs as given; not yet in the tree or a list.
 ZAN_VRRP_PART_S *ZAN_VrrpProd_NewPart_(ZAN_COMP_CTX_S *pCompCtx, const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_TLV_S *pData)
 {
@@ -138,26 +121,6 @@ ZAN_VRRP_PART_S *ZAN_VrrpProd_NewPart_(ZAN_COMP_CTX_S *pCompCtx, const ZAN_VRRP_
     return pPart;
 }
 
-// Puts a new part into the tree and at the end of the time list; a refusal of the tree frees
-// it. False when the descent met a stored part with the same key (pProbe->pFound): the new
-// part is then left as it was.
-bool ZAN_VrrpProd_InsertPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_PROD_S *pProd, ZAN_VRRP_PART_S *pPart,
-                              ZAN_VRRP_PART_PROBE_S *pProbe)
-{
-    if (ZAN_RBT_AddNode(&pProd->stPartTree, &pPart->stTreeNode, pProbe, ZAN_VrrpProd_ProbeCmp_) == 0u) {
-        ZAN_VrrpProd_ListAppend_(&pProd->stPartList, &pPart->stListNode);
-        return true;
-    }
-    if (pProbe->pFound != nullptr) {
-        return false;
-    }
-    const uint8_t *pucKeyTlv = ZAN_VrrpProd_PartTlv(pPart);
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_ADDPART_INSERT_NG, "vrrp prod, AddPart_, insert 2rbt ng, %u, %u",
-                        ZAN_VrrpProd_KeyWord_(pucKeyTlv), ZAN_VrrpProd_KeyByte_(pucKeyTlv));
-    KOL_Free_F(pPart, ZAN_VRRP_PROD_FILE, LINE_ADDPART_FREE);
-    return true;
-}
-
 // A stored datum changed: same key, so same lengths. The data bytes are overwritten and the
 // part goes to the end of the time list, as a new part would.
 void ZAN_VrrpProd_UpdatePart_(ZAN_VRRP_PROD_S *pProd, ZAN_VRRP_PART_S *pPart, const ZAN_VRRP_TLV_S *pData)
@@ -168,46 +131,41 @@ void ZAN_VrrpProd_UpdatePart_(ZAN_VRRP_PROD_S *pProd, ZAN_VRRP_PART_S *pPart, co
     ZAN_VrrpProd_ListAppend_(&pProd->stPartList, &pPart->stListNode);
 }
 
-// Stores a datum for sending: a new key gets a new part; a key already stored (and not yet
-// sent) has its part updated in place. The block is taken before the descent, so that one
-// descent either inserts it or finds the stored part (the block is then given back). Without a
-// block, a stored part is still updated. The part being packed is replaced instead: the packer
-// sees it gone and skips it, and the new part goes out in its turn.
+// Stores a datum for sending. A key already stored (and not yet sent) has its part updated in
+// place: one descent, no block taken, so it cannot fail. Data change far more often than keys
+// come and go, so that is the path kept short; a new key costs the lookup, then the insert.
+// The part being packed is replaced instead: the packer sees it gone and skips it, and the new
+// part goes out in its turn.
 void ZAN_VrrpProd_StorePart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey,
                              const ZAN_VRRP_TLV_S *pData)
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     // Part key: the whole key TLV, then the data TLV's type and length.
-    ZAN_VRRP_PART_PROBE_S stProbe;
-    (void)memcpy_s(stProbe.aucKey, sizeof(stProbe.aucKey), pKey, 4u + ZAN_VRRP_KEY_TLV_LEN);
-    (void)memcpy_s(stProbe.aucKey + 4u + ZAN_VRRP_KEY_TLV_LEN, 4u, pData, 4u);
-    stProbe.pFound = nullptr;
-    ZAN_VRRP_PART_S *pNew = ZAN_VrrpProd_NewPart_(pCompCtx, pKey, pData);
-    if (pNew != nullptr) {
-        if (ZAN_VrrpProd_InsertPart_(pCompCtx, pProd, pNew, &stProbe)) {
-            return;
-        }
-        ZAN_VRRP_PART_S *pOld = stProbe.pFound;
+    uint8_t aucKey[ZAN_VRRP_PART_KEY_LEN];
+    (void)memcpy_s(aucKey, sizeof(aucKey), pKey, 4u + ZAN_VRRP_KEY_TLV_LEN);
+    (void)memcpy_s(aucKey + 4u + ZAN_VRRP_KEY_TLV_LEN, 4u, pData, 4u);
+    ZAN_RBT_NODE_S *pNode = ZAN_RBT_LookupNode(&pProd->stPartTree, aucKey, ZAN_VrrpProd_CmpPart_);
+    if (pNode != nullptr) {
+        ZAN_VRRP_PART_S *pOld = ZAN_VrrpProd_PartOfTreeNode_(pNode);
         if (pOld != pProd->pPinned) {
             ZAN_VrrpProd_UpdatePart_(pProd, pOld, pData);
-            KOL_Free_F(pNew, ZAN_VRRP_PROD_FILE, LINE_ADDPART_SPARE_FREE);
             return;
         }
         ZAN_VrrpProd_DelPart_(pCompCtx, pInst, pOld);
-        stProbe.pFound = nullptr;
-        (void)ZAN_VrrpProd_InsertPart_(pCompCtx, pProd, pNew, &stProbe);
+    }
+    ZAN_VRRP_PART_S *pNew = ZAN_VrrpProd_NewPart_(pCompCtx, pKey, pData);
+    if (pNew == nullptr) {
+        ZAN_VrrpProd_Trace_(pCompCtx, LINE_ADDPART_MALLOC_NG, "vrrp prod, AddPart_, malloc ng, %u, %u",
+                            ZAN_VrrpProd_KeyWord_(aucKey), ZAN_VrrpProd_KeyByte_(aucKey));
         return;
     }
-    (void)ZAN_RBT_LookupNode(&pProd->stPartTree, &stProbe, ZAN_VrrpProd_ProbeCmp_);
-    if (stProbe.pFound != nullptr && stProbe.pFound != pProd->pPinned) {
-        ZAN_VrrpProd_UpdatePart_(pProd, stProbe.pFound, pData);
+    if (ZAN_RBT_AddNode(&pProd->stPartTree, &pNew->stTreeNode, ZAN_VrrpProd_PartTlv(pNew), ZAN_VrrpProd_CmpPart_) != 0u) {
+        ZAN_VrrpProd_Trace_(pCompCtx, LINE_ADDPART_INSERT_NG, "vrrp prod, AddPart_, insert 2rbt ng, %u, %u",
+                            ZAN_VrrpProd_KeyWord_(aucKey), ZAN_VrrpProd_KeyByte_(aucKey));
+        KOL_Free_F(pNew, ZAN_VRRP_PROD_FILE, LINE_ADDPART_FREE);
         return;
     }
-    if (stProbe.pFound != nullptr) {
-        ZAN_VrrpProd_DelPart_(pCompCtx, pInst, stProbe.pFound);
-    }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_ADDPART_MALLOC_NG, "vrrp prod, AddPart_, malloc ng, %u, %u",
-                        ZAN_VrrpProd_KeyWord_(stProbe.aucKey), ZAN_VrrpProd_KeyByte_(stProbe.aucKey));
+    ZAN_VrrpProd_ListAppend_(&pProd->stPartList, &pNew->stListNode);
 }
 
 }  // namespace

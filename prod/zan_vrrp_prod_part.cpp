@@ -9,7 +9,6 @@ namespace {
 enum : uint32_t {
     LINE_ADDPART_MALLOC = 300,
     LINE_ADDPART_MALLOC_NG = 302,
-    LINE_ADDPART_COPY = 310,
     LINE_ADDPART_INSERT_NG = 316,
     LINE_ADDPART_FREE = 317,
     LINE_DELPART_FREE = 345,
@@ -110,14 +109,12 @@ ZAN_VRRP_PART_S *ZAN_VrrpProd_NewPart_(ZAN_COMP_CTX_S *pCompCtx, const ZAN_VRRP_
     if (pPart == nullptr) {
         return nullptr;
     }
-    (void)memset_s(pPart, sizeof(*pPart), 0, sizeof(*pPart));
+    // The links are set when the part goes into the tree and a list; the TLVs are copied with
+    // the sizes just computed, so the copies cannot fail.
+    pPart->bWaitAck = 0;
     uint8_t *pucTlv = ZAN_VrrpProd_PartTlv(pPart);
-    if (memcpy_s(pucTlv, ulKeySize + ulDataSize, pKey, ulKeySize) != 0u) {
-        KOL_Assert(ZAN_VRRP_PROD_FILE, LINE_ADDPART_COPY, 0);
-    }
-    if (memcpy_s(pucTlv + ulKeySize, ulDataSize, pData, ulDataSize) != 0u) {
-        KOL_Assert(ZAN_VRRP_PROD_FILE, LINE_ADDPART_COPY, 0);
-    }
+    memcpy(pucTlv, pKey, ulKeySize);
+    memcpy(pucTlv + ulKeySize, pData, ulDataSize);
     return pPart;
 }
 
@@ -142,8 +139,11 @@ void ZAN_VrrpProd_StorePart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, c
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     // Part key: the whole key TLV, then the data TLV's type and length.
     uint8_t aucKey[ZAN_VRRP_PART_KEY_LEN];
-    (void)memcpy_s(aucKey, sizeof(aucKey), pKey, 4u + ZAN_VRRP_KEY_TLV_LEN);
-    (void)memcpy_s(aucKey + 4u + ZAN_VRRP_KEY_TLV_LEN, 4u, pData, 4u);
+    const uint8_t *pucKeyTlv = reinterpret_cast<const uint8_t *>(pKey);
+    ZAN_VrrpAdp_PutHost32(aucKey, ZAN_VrrpAdp_GetHost32(pucKeyTlv));
+    ZAN_VrrpAdp_PutHost32(aucKey + 4, ZAN_VrrpAdp_GetHost32(pucKeyTlv + 4));
+    ZAN_VrrpAdp_PutHost32(aucKey + 8, ZAN_VrrpAdp_GetHost32(pucKeyTlv + 8));
+    ZAN_VrrpAdp_PutHost32(aucKey + 12, ZAN_VrrpAdp_GetHost32(reinterpret_cast<const uint8_t *>(pData)));
     ZAN_RBT_NODE_S *pNode = ZAN_RBT_LookupNode(&pProd->stPartTree, aucKey, ZAN_VrrpProd_CmpPart_);
     if (pNode != nullptr) {
         ZAN_VRRP_PART_S *pOld = ZAN_VrrpProd_PartOfTreeNode_(pNode);

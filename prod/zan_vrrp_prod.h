@@ -61,6 +61,9 @@ typedef struct ZAN_VRRP_PART {
     ZAN_LIST_LINK_S stListNode;
 } ZAN_VRRP_PART_S;
 
+/* A part with its key TLV and an 8-byte data TLV: at most 64 bytes on a 32-bit target. */
+static_assert(sizeof(void *) != 4u || sizeof(ZAN_VRRP_PART_S) + 24u <= 64u, "a part holds at most 64 bytes");
+
 /* Send parameters of one producer request, host order. */
 typedef struct ZAN_VRRP_PROD_SEND_PARA {
     uint8_t ucMsgType;

@@ -177,38 +177,46 @@ inline NOINLINE void AckRequests(uint8_t type)
     }
 }
 
-inline NOINLINE void PhaseSubCall(ZAN_VRRP_ADP_S *adp, uint32_t n)
+// Every item 0..n-1, in scrambled order, to ZAN_VrrpAdp_Subscribe or ZAN_VrrpAdp_UnSubscribe.
+inline void CallAll(ZAN_VRRP_ADP_S *adp, uint32_t n, uint32_t (*pfnCall)(ZAN_VRRP_ADP_S *, const ZAN_VRRP_TLV_S *,
+                                                                        const ZAN_VRRP_TLV_S *, uint32_t))
 {
-    const Measure measure("PhaseSubCall");
     for (uint32_t i = 0; i < n; i++) {
         ZAN_VRRP_TLV_S key, sub;
         ItemTlvs(Scramble(i, n), key, sub);
-        g_sink = ZAN_VrrpAdp_Subscribe(adp, &key, &sub, kGroup);
+        g_sink = pfnCall(adp, &key, &sub, kGroup);
     }
+}
+
+// The requests of the type that the flush sends, and their acknowledgements, until none is left.
+inline void FlushAndAck(uint8_t type)
+{
+    host::RunFlush();
+    AckRequests(type);
+}
+
+inline NOINLINE void PhaseSubCall(ZAN_VRRP_ADP_S *adp, uint32_t n)
+{
+    const Measure measure("PhaseSubCall");
+    CallAll(adp, n, ZAN_VrrpAdp_Subscribe);
 }
 
 inline NOINLINE void PhaseSubFlush()
 {
     const Measure measure("PhaseSubFlush");
-    host::RunFlush();
-    AckRequests(ZAN_VRRP_MSG_SUBSCRIBE);
+    FlushAndAck(ZAN_VRRP_MSG_SUBSCRIBE);
 }
 
 inline NOINLINE void PhaseUnSubCall(ZAN_VRRP_ADP_S *adp, uint32_t n)
 {
     const Measure measure("PhaseUnSubCall");
-    for (uint32_t i = 0; i < n; i++) {
-        ZAN_VRRP_TLV_S key, sub;
-        ItemTlvs(Scramble(i, n), key, sub);
-        g_sink = ZAN_VrrpAdp_UnSubscribe(adp, &key, &sub, kGroup);
-    }
+    CallAll(adp, n, ZAN_VrrpAdp_UnSubscribe);
 }
 
 inline NOINLINE void PhaseUnSubFlush()
 {
     const Measure measure("PhaseUnSubFlush");
-    host::RunFlush();
-    AckRequests(ZAN_VRRP_MSG_UNSUBSCRIBE);
+    FlushAndAck(ZAN_VRRP_MSG_UNSUBSCRIBE);
 }
 
 inline void SendAll(ZAN_VRRP_ADP_S *adp, uint32_t n, uint32_t value)
@@ -236,8 +244,7 @@ inline NOINLINE void PhaseProdRound(ZAN_VRRP_ADP_S *adp, uint32_t n, uint32_t va
 {
     const Measure measure("PhaseProdRound");
     SendAll(adp, n, value);
-    host::RunFlush();
-    AckRequests(ZAN_VRRP_MSG_RN_DATA);
+    FlushAndAck(ZAN_VRRP_MSG_RN_DATA);
 }
 
 struct Payload {

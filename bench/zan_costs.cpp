@@ -45,13 +45,8 @@ void RunSubscribe(uint32_t n, bool thenUnsubscribe)
         std::printf("bytes_per_item %.1f\n",
                     static_cast<double>(bytes - sizeof(ZAN_VRRP_DEPLOY_NODE_S) - sizeof(ZAN_VRRP_INST_S)) / n);
     } else {
-        for (uint32_t i = 0; i < n; i++) {
-            ZAN_VRRP_TLV_S key, sub;
-            ItemTlvs(Scramble(i, n), key, sub);
-            ZAN_VrrpAdp_Subscribe(adp, &key, &sub, kGroup);
-        }
-        host::RunFlush();
-        AckRequests(ZAN_VRRP_MSG_SUBSCRIBE);
+        CallAll(adp, n, ZAN_VrrpAdp_Subscribe);
+        FlushAndAck(ZAN_VRRP_MSG_SUBSCRIBE);
         PhaseUnSubCall(adp, n);
         PhaseUnSubFlush();
         if (Inst()->stItemTree.ulCount != 0u) {

@@ -165,6 +165,7 @@ void ZAN_VrrpInst_RelinkFromTree_(ZAN_VRRP_INST_S *pInst, uint32_t ulGroup, uint
 // What differs between adding to the subscribe group and to the unsubscribe group.
 struct ZAN_VRRP_ADD_SIDE_S {
     uint8_t ucGroup;
+    bool bLookupFirst;  // the key is usually stored already: look before taking a block
     bool bCountBeforeTrace;
     uint32_t ulMallocLine;
     uint32_t ulSpareLine;
@@ -177,6 +178,7 @@ struct ZAN_VRRP_ADD_SIDE_S {
 };
 
 const ZAN_VRRP_ADD_SIDE_S g_stAddSub = {ZAN_VRRP_GROUP_SUB,
+                                        false,
                                         true,
                                         LINE_MALLOC_SUB,
                                         LINE_FREE_SPARE_SUB,
@@ -187,6 +189,7 @@ const ZAN_VRRP_ADD_SIDE_S g_stAddSub = {ZAN_VRRP_GROUP_SUB,
                                         "vrrp-inst add subscribe item, find item in unsubscibe group.",
                                         &ZAN_VRRP_INST_ERR_STAT_S::usRepeatSub};
 const ZAN_VRRP_ADD_SIDE_S g_stAddUnSub = {ZAN_VRRP_GROUP_UNSUB,
+                                          true,
                                           false,
                                           LINE_MALLOC_UNSUB,
                                           LINE_FREE_SPARE_UNSUB,
@@ -210,6 +213,10 @@ void ZAN_VrrpInst_SetPending_(ZAN_VRRP_INST_S *pInst, uint8_t ucGroup)
 // the group is a repeat; a key waiting in the other group is withdrawn there, whatever its
 // state, and its item is reused as it is. The traces come last, as they hand control to the
 // application, which may add, withdraw or take the instance down from there.
+// One descent for the usual case of each side: a subscription is usually new, so the block is
+// taken first and the descent that inserts it also meets a stored key (the block is then given
+// back); an unsubscription usually names a subscribed item, so it looks first and reuses the
+// item without taking a block.
 uint32_t ZAN_VrrpInst_StoreItem_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_ADD_SIDE_S *pSide, const ZAN_VRRP_TLV_S *pKey,
                                  const ZAN_VRRP_TLV_S *pSub)
 {
@@ -218,28 +225,37 @@ uint32_t ZAN_VrrpInst_StoreItem_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_ADD_SIDE
     if (ZAN_VrrpInst_BuildItemKey_(pKey, pSub, stProbe.aucKey) != 0u) {
         return ZAN_VRRP_ALL_ONES;
     }
-    ZAN_VRRP_SUB_ITEM_S *pNew = static_cast<ZAN_VRRP_SUB_ITEM_S *>(KOL_Malloc_F(
-        pInst->MemHandle, g_aucKolMemPt[0], sizeof(ZAN_VRRP_SUB_ITEM_S), ZAN_VRRP_INST_FILE, pSide->ulMallocLine));
-    if (pNew != nullptr) {
-        (void)memset_s(pNew, sizeof(*pNew), 0, sizeof(*pNew));
-        (void)memcpy_s(pNew->aucKey, sizeof(pNew->aucKey), stProbe.aucKey, ZAN_VRRP_ITEM_KEY_LEN);
-        pNew->ucGroup = pSide->ucGroup;
-        if (ZAN_RBT_AddNode(&pInst->stItemTree, &pNew->stNode, &stProbe, ZAN_VrrpInst_ProbeCmp_) == 0u) {
-            ZAN_VrrpInst_LinkItem_(pInst, pNew, SUB_ITEM_STATE_INIT);
-            ZAN_VrrpInst_SetPending_(pInst, pSide->ucGroup);
-            return 0;
-        }
-        KOL_Free_F(pNew, ZAN_VRRP_INST_FILE, (stProbe.pFound != nullptr) ? pSide->ulSpareLine : pSide->ulRefusedLine);
-        if (stProbe.pFound == nullptr) {
-            pInst->stDropStat.ulItemInsert++;  // the tree refused a key it does not hold
-            return ZAN_VRRP_ALL_ONES;
-        }
-    } else {
-        // Without a block, a key already stored can still be a repeat or change group.
+    if (pSide->bLookupFirst) {
         (void)ZAN_RBT_LookupNode(&pInst->stItemTree, &stProbe, ZAN_VrrpInst_ProbeCmp_);
-        if (stProbe.pFound == nullptr) {
-            pInst->stErrStat.usMAlloc++;
-            return ZAN_VRRP_ALL_ONES;
+    }
+    if (stProbe.pFound == nullptr) {
+        ZAN_VRRP_SUB_ITEM_S *pNew = static_cast<ZAN_VRRP_SUB_ITEM_S *>(
+            KOL_Malloc_F(pInst->MemHandle, g_aucKolMemPt[0], sizeof(ZAN_VRRP_SUB_ITEM_S), ZAN_VRRP_INST_FILE,
+                         pSide->ulMallocLine));
+        if (pNew != nullptr) {
+            (void)memset_s(pNew, sizeof(*pNew), 0, sizeof(*pNew));
+            (void)memcpy_s(pNew->aucKey, sizeof(pNew->aucKey), stProbe.aucKey, ZAN_VRRP_ITEM_KEY_LEN);
+            pNew->ucGroup = pSide->ucGroup;
+            if (ZAN_RBT_AddNode(&pInst->stItemTree, &pNew->stNode, &stProbe, ZAN_VrrpInst_ProbeCmp_) == 0u) {
+                ZAN_VrrpInst_LinkItem_(pInst, pNew, SUB_ITEM_STATE_INIT);
+                ZAN_VrrpInst_SetPending_(pInst, pSide->ucGroup);
+                return 0;
+            }
+            KOL_Free_F(pNew, ZAN_VRRP_INST_FILE,
+                       (stProbe.pFound != nullptr) ? pSide->ulSpareLine : pSide->ulRefusedLine);
+            if (stProbe.pFound == nullptr) {
+                pInst->stDropStat.ulItemInsert++;  // the tree refused a key it does not hold
+                return ZAN_VRRP_ALL_ONES;
+            }
+        } else {
+            // Without a block, a key already stored can still be a repeat or change group.
+            if (!pSide->bLookupFirst) {
+                (void)ZAN_RBT_LookupNode(&pInst->stItemTree, &stProbe, ZAN_VrrpInst_ProbeCmp_);
+            }
+            if (stProbe.pFound == nullptr) {
+                pInst->stErrStat.usMAlloc++;
+                return ZAN_VRRP_ALL_ONES;
+            }
         }
     }
     ZAN_VRRP_SUB_ITEM_S *pItem = stProbe.pFound;

@@ -1,5 +1,7 @@
 // Batch and real-time update reception: the batch's sequence numbers are checked, and every data
 // record of BUData, BUBeginEnd and RUData is converted in place and handed to the application.
+#include <bit>
+
 #include "zan_vrrpinst.h"
 
 namespace {
@@ -10,6 +12,32 @@ constexpr uint16_t ZAN_VRRP_TLV_HDR_LEN = 4;   // TLV type, TLV length
 constexpr uint16_t ZAN_VRRP_REC_TYPE_PLAIN = 3002;
 constexpr uint16_t ZAN_VRRP_REC_TYPE_WORD = 3003;
 constexpr uint16_t ZAN_VRRP_REC_TYPE_DWORD = 3004;
+constexpr uint32_t ZAN_VRRP_KEY_HEAD_WORD = ((uint32_t)ZAN_VRRP_KEY_TLV_TYPE << 16) | ZAN_VRRP_KEY_TLV_LEN;
+
+// A header word (two 16-bit fields) as it lies in memory, read as a host-order word: on the
+// wire (network order) or once converted (each field in host order).
+constexpr uint32_t ZAN_VrrpInst_WireWord_(uint16_t usHi, uint16_t usLo)
+{
+    const uint32_t ulBe = ((uint32_t)usHi << 16) | usLo;
+    return (std::endian::native == std::endian::big) ? ulBe : __builtin_bswap32(ulBe);
+}
+constexpr uint32_t ZAN_VrrpInst_HostWord_(uint16_t usHi, uint16_t usLo)
+{
+    return (std::endian::native == std::endian::big) ? (((uint32_t)usHi << 16) | usLo)
+                                                     : (((uint32_t)usLo << 16) | usHi);
+}
+
+// The usual record: type 3002, key TLV 3001/8, data TLV 1001 with 8 value bytes, nothing more.
+constexpr uint32_t ZAN_VRRP_PLAIN_REC_SIZE = 28;
+constexpr uint32_t ZAN_VRRP_PLAIN_DATA_OFF = 16;
+constexpr uint32_t ZAN_VRRP_PLAIN_WIRE[3] = {
+    ZAN_VrrpInst_WireWord_(ZAN_VRRP_REC_TYPE_PLAIN, ZAN_VRRP_PLAIN_REC_SIZE - ZAN_VRRP_REC_HDR_LEN),
+    ZAN_VrrpInst_WireWord_(ZAN_VRRP_KEY_TLV_TYPE, ZAN_VRRP_KEY_TLV_LEN),
+    ZAN_VrrpInst_WireWord_(ZAN_VRRP_DATA_TLV_TYPE, 8)};
+constexpr uint32_t ZAN_VRRP_PLAIN_HOST[3] = {
+    ZAN_VrrpInst_HostWord_(ZAN_VRRP_REC_TYPE_PLAIN, ZAN_VRRP_PLAIN_REC_SIZE - ZAN_VRRP_REC_HDR_LEN),
+    ZAN_VrrpInst_HostWord_(ZAN_VRRP_KEY_TLV_TYPE, ZAN_VRRP_KEY_TLV_LEN),
+    ZAN_VrrpInst_HostWord_(ZAN_VRRP_DATA_TLV_TYPE, 8)};
 
 // Where a record's key TLV starts: after the record header and the bytes the consumer does not
 // read (none, 4 or 8 of them). 0 for a record type the consumer does not know.
@@ -88,9 +116,11 @@ void ZAN_VrrpInst_SeqErr_(ZAN_VRRP_INST_S *pInst, uint32_t ulLine, uint32_t ulSe
     }
 }
 
-void ZAN_VrrpInst_ToHost16_(uint8_t *p)
+// Writes a header word read in network order back as its two 16-bit fields in host order.
+inline void ZAN_VrrpInst_ToHost16x2_(uint8_t *p, uint32_t ulWord)
 {
-    ZAN_VrrpAdp_PutHost16(p, ZAN_VrrpAdp_GetBe16(p));
+    ZAN_VrrpAdp_PutHost16(p, (uint16_t)(ulWord >> 16));
+    ZAN_VrrpAdp_PutHost16(p + 2, (uint16_t)ulWord);
 }
 
 }  // namespace
@@ -147,6 +177,8 @@ void ZAN_VrrpInst_ProcRealUpdate(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZA
 
 // Records are handed over in any consumer state and whether or not a matching item is
 // subscribed. The receive path has made sure usMsgLen does not exceed the delivered bytes.
+// Each header (record, key TLV, data TLV) is read as one big-endian word and written back as
+// two host-order halves: the one pass over a record that converts it also checks it.
 void ZAN_VrrpInst_ParseDataMsg_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg)
 {
     const uint32_t ulMsgLen = ZAN_VrrpAdp_GetBe16(pMsg + ZAN_VRRP_HDR_MSGLEN);
@@ -158,28 +190,36 @@ void ZAN_VrrpInst_ParseDataMsg_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg)
     uint32_t ulPos = ZAN_VRRP_MSG_HDR_LEN;
     while (ulPos < ulMsgLen) {
         uint8_t *pucRec = pMsg + ulPos;
-        uint32_t ulKeyOff = 0;
-        uint32_t ulRecSize = 0;
-        if (ZAN_VrrpInst_CheckRecHead_(pInst, pucRec, ulMsgLen - ulPos, &ulKeyOff, &ulRecSize) != 0u) {
-            pInst->stErrStat.usGenKey++;
-            return;
+        uint8_t *pucKey = pucRec + ZAN_VRRP_REC_HDR_LEN;
+        uint8_t *pucData = pucRec + ZAN_VRRP_PLAIN_DATA_OFF;
+        uint32_t ulRecSize = ZAN_VRRP_PLAIN_REC_SIZE;
+        if (ulMsgLen - ulPos >= ZAN_VRRP_PLAIN_REC_SIZE && ZAN_VrrpAdp_GetHost32(pucRec) == ZAN_VRRP_PLAIN_WIRE[0] &&
+            ZAN_VrrpAdp_GetHost32(pucKey) == ZAN_VRRP_PLAIN_WIRE[1] &&
+            ZAN_VrrpAdp_GetHost32(pucData) == ZAN_VRRP_PLAIN_WIRE[2]) {
+            // The usual record, told by its three header words: it passes every check below.
+            ZAN_VrrpAdp_PutHost32(pucRec, ZAN_VRRP_PLAIN_HOST[0]);
+            ZAN_VrrpAdp_PutHost32(pucKey, ZAN_VRRP_PLAIN_HOST[1]);
+            ZAN_VrrpAdp_PutHost32(pucData, ZAN_VRRP_PLAIN_HOST[2]);
+        } else {
+            uint32_t ulKeyOff = 0;
+            if (ZAN_VrrpInst_CheckRecHead_(pInst, pucRec, ulMsgLen - ulPos, &ulKeyOff, &ulRecSize) != 0u) {
+                pInst->stErrStat.usGenKey++;
+                return;
+            }
+            pucKey = pucRec + ulKeyOff;
+            const uint32_t ulKeyHead = ZAN_VrrpAdp_GetBe32(pucKey);
+            ZAN_VrrpInst_ToHost16x2_(pucRec, ZAN_VrrpAdp_GetBe32(pucRec));
+            ZAN_VrrpInst_ToHost16x2_(pucKey, ulKeyHead);
+            const uint32_t ulDataOff = ulKeyOff + ZAN_VRRP_TLV_HDR_LEN + ZAN_VRRP_KEY_TLV_LEN;
+            if (ulKeyHead != ZAN_VRRP_KEY_HEAD_WORD ||
+                ZAN_VrrpInst_CheckRecData_(pInst, pucRec, ulDataOff, ulRecSize) != 0u) {
+                // The rest of the message is dropped; records already handed over stay handed over.
+                pInst->stErrStat.usGenKey++;
+                return;
+            }
+            pucData = pucRec + ulDataOff;
+            ZAN_VrrpInst_ToHost16x2_(pucData, ZAN_VrrpAdp_GetBe32(pucData));
         }
-        uint8_t *pucKey = pucRec + ulKeyOff;
-        ZAN_VrrpInst_ToHost16_(pucRec);
-        ZAN_VrrpInst_ToHost16_(pucRec + 2);
-        ZAN_VrrpInst_ToHost16_(pucKey);
-        ZAN_VrrpInst_ToHost16_(pucKey + 2);
-        const uint32_t ulDataOff = ulKeyOff + ZAN_VRRP_TLV_HDR_LEN + ZAN_VRRP_KEY_TLV_LEN;
-        if (ZAN_VrrpAdp_GetHost16(pucKey) != ZAN_VRRP_KEY_TLV_TYPE ||
-            ZAN_VrrpAdp_GetHost16(pucKey + 2) != ZAN_VRRP_KEY_TLV_LEN ||
-            ZAN_VrrpInst_CheckRecData_(pInst, pucRec, ulDataOff, ulRecSize) != 0u) {
-            // The rest of the message is dropped; records already handed over stay handed over.
-            pInst->stErrStat.usGenKey++;
-            return;
-        }
-        uint8_t *pucData = pucRec + ulDataOff;
-        ZAN_VrrpInst_ToHost16_(pucData);
-        ZAN_VrrpInst_ToHost16_(pucData + 2);
         // A required slot, read afresh for every record: the application may replace its table
         // from inside the callback. An empty slot is reported rather than called.
         void (*pfnRecvData)(const void *, const void *, uint32_t) = pInst->pAdp->stCallBack.pfnRecvData;

@@ -61,6 +61,9 @@ typedef struct ZAN_VRRP_PART {
     ZAN_LIST_LINK_S stListNode;
 } ZAN_VRRP_PART_S;
 
+/* A part with its key TLV and an 8-byte data TLV: at most 64 bytes on a 32-bit target. */
+static_assert(sizeof(void *) != 4u || sizeof(ZAN_VRRP_PART_S) + 24u <= 64u, "a part holds at most 64 bytes");
+
 /* Send parameters of one producer request, host order. */
 typedef struct ZAN_VRRP_PROD_SEND_PARA {
     uint8_t ucMsgType;
@@ -102,10 +105,7 @@ uint32_t ZAN_VrrpProd_OnFlush(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst);
 
 /* Data parts. */
 uint32_t ZAN_VrrpProd_CmpPart_(const ZAN_RBT_NODE_S *pNode, const void *pKey);
-ZAN_VRRP_PART_S *ZAN_VrrpProd_AddPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey,
-                                       const ZAN_VRRP_TLV_S *pData);
 void ZAN_VrrpProd_DelPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, ZAN_VRRP_PART_S *pPart);
-ZAN_VRRP_PART_S *ZAN_VrrpProd_FindPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const uint8_t *pucKey);
 uint32_t ZAN_VrrpProd_MovePart2WaitAck_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, ZAN_VRRP_PART_S *pPart);
 ZAN_VRRP_PART_S *ZAN_VrrpProd_GetFirstPartByTime_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
                                                   ZAN_LIST_LINK_S **ppCursor);

@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Installs what the build needs when it is missing: the host toolchain, CMake, binutils, the
-# GoogleTest sources, Google Benchmark and tshark (for the capture dissector's test); with the
+# GoogleTest sources, Google Benchmark, pkg-config (for the package test), valgrind (for
+# scripts/bench.sh) and tshark (for the capture dissector's test); with the
 # argument "armhf" also the 32-bit ARM cross compiler and qemu-user, with "fuzz" clang, its
 # sanitizer and libFuzzer runtimes and llvm-symbolizer. Touches apt (as root) only when
 # something is missing; quiet otherwise.
@@ -13,6 +14,8 @@ have_pkg() { dpkg-query -W -f='${Status}' "$1" 2>/dev/null | grep -q "install ok
 have_cmd cmake || need+=(cmake)
 have_cmd g++ || need+=(g++)
 have_cmd make || need+=(make)
+have_cmd pkg-config || need+=(pkg-config)
+have_cmd valgrind || need+=(valgrind)
 have_cmd nm || need+=(binutils)
 [ -f /usr/src/googletest/CMakeLists.txt ] || need+=(googletest)
 have_pkg libbenchmark-dev || need+=(libbenchmark-dev)

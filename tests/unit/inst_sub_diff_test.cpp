@@ -114,8 +114,10 @@ struct Model {
         const Key k = KeyOf(it);
         Group &own = toSub ? sub : unsub;
         Group &other = toSub ? unsub : sub;
-        // Every add takes a block first; a refused one only fails the add of a key not stored.
-        const bool haveBlock = Take(memSkip, memFail);
+        // A subscribe takes a block first, an unsubscribe only for a key not stored; a refused
+        // block only fails the add of a key not stored.
+        const bool stored = own.count(k) != 0 || other.count(k) != 0;
+        const bool haveBlock = (toSub || !stored) ? Take(memSkip, memFail) : true;
         if (own.count(k) != 0) {
             (toSub ? repeatSub : repeatUnSub)++;
             return 0;

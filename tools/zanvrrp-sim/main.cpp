@@ -4,6 +4,7 @@
 //   zanvrrp-sim script --sweep [OPTIONS] FILE...           every fallible call of a script failed in turn
 //   zanvrrp-sim decode HEX...                              one message, header and body
 //   zanvrrp-sim pcap-fields FILE                           a capture's messages, one line each
+//   zanvrrp-sim --version                                  the project's version
 // `script` prints one line per file (`ok FILE` or `FAIL FILE:LINE: ...`), then
 // `N passed, M failed`; exit status 0 only when no file failed.
 #include <iostream>
@@ -162,6 +163,10 @@ int main(int argc, char **argv)
     const std::vector<std::string> args(argv + 2, argv + argc);
     if (cmd == "--help" || cmd == "-h") {
         return Usage(std::cout, 0);
+    }
+    if (cmd == "--version") {
+        std::cout << "zanvrrp-sim " << ZAN_VRRP_VERSION << "\n";
+        return 0;
     }
     if (cmd == "run") {
         return Run(args);

@@ -17,6 +17,7 @@
 
 #include "adp/zan_vrrpadp.h"
 #include "host/host_world.h"
+#include "host/zan_host.h"
 #include "inst/zan_vrrpinst.h"
 #include "prod/zan_vrrp_prod.h"
 #include "zan_vrrp_lib.h"
@@ -94,13 +95,9 @@ inline ZAN_VRRP_ADP_S *World()
     cb.pfnItemDown = NoopItem;
     cb.pfnProdBatchBegin = NoopBatch;
     ZAN_VrrpAdp_RegCallBack(adp, &cb);
-    ZAN_VRRP_DEPLOY_REC_S rec{};
-    rec.ulKind = ZAN_VRRP_DEPLOY_KIND;
-    rec.ulPid = kPid;
-    rec.ulIfGroupId = kGroup;
-    std::vector<uint8_t> bytes(sizeof(rec));
-    std::memcpy(bytes.data(), &rec, sizeof(rec));
-    host::DeliverCfg(ZAN_VRRP_DEPLOY_TBL, ZAN_VRRP_DEPLOY_OP_CREATE, bytes);
+    if (ZAN_Host_Deploy(kPid, kGroup, 1) != 0u) {
+        Die("the deploy relation was refused");
+    }
     // Register, AddProducer, BNBegin, BNEnd: each request acknowledged as it comes.
     for (int round = 0; round < 16 && !host::Sent().empty(); round++) {
         std::vector<std::vector<uint8_t>> acks;

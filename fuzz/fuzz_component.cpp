@@ -593,7 +593,9 @@ void Check(const char *op, size_t assertsBefore)
             if (inst->State != VRRP_INST_STATE_INIT || inst->RegTmr != 0u ||
                 inst->stItemTree.ulCount != 0u) {
                 Fail("instance with work off is registered or holds items after",
-                     std::string(op) + " pid " + std::to_string(pid));
+                     std::string(op) + " pid " + std::to_string(pid) + " (state " + std::to_string(inst->State) +
+                         ", register timer " + std::to_string(inst->RegTmr) + ", items " +
+                         std::to_string(inst->stItemTree.ulCount) + ")");
             }
             if (prod != nullptr && (prod->State != VRRP_PROD_STATE_INIT || prod->tmr != 0u ||
                                     prod->stPartList.pNext != &prod->stPartList ||

@@ -155,7 +155,9 @@ void ZAN_VrrpInst_ProcRegAck(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN_VR
 uint32_t ZAN_VrrpInst_Up_(void *pvInst)
 {
     ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
-    if (pInst == nullptr) {
+    // An ended instance that the framework still lists (its deletion was refused) is only
+    // waiting to be freed: it must not register again, nor start a timer.
+    if (pInst == nullptr || pInst->bEnding != 0u) {
         return 0;
     }
     const uint32_t ulDownCnt = pInst->ulDownCnt;

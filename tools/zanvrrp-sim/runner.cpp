@@ -43,21 +43,6 @@ Word NeedPositional(Args &a, const char *what)
     return *w;
 }
 
-std::vector<std::string> SplitComma(const std::string &text)
-{
-    std::vector<std::string> out;
-    std::string cur;
-    for (char c : text) {
-        if (c == ',') {
-            out.push_back(cur);
-            cur.clear();
-        } else {
-            cur += c;
-        }
-    }
-    out.push_back(cur);
-    return out;
-}
 
 ZAN_VRRP_TLV_S MakeTlv(uint32_t type, std::optional<uint32_t> len, const std::vector<uint8_t> &value,
                        const char *what)
@@ -100,6 +85,22 @@ static_assert(std::size(kFailKinds) == static_cast<std::size_t>(host::FailKind::
               "every failure kind of the host has a name");
 
 }  // namespace
+
+std::vector<std::string> SplitText(const std::string &text, char sep)
+{
+    std::vector<std::string> out;
+    std::string cur;
+    for (char c : text) {
+        if (c == sep) {
+            out.push_back(cur);
+            cur.clear();
+        } else {
+            cur += c;
+        }
+    }
+    out.push_back(cur);
+    return out;
+}
 
 const char *FailKindName(host::FailKind kind)
 {
@@ -546,7 +547,7 @@ void Runner::CmdCallbacks(Args &a, bool dry)
     }
     std::set<std::string> except;
     if (std::optional<std::string> ex = a.Text("except")) {
-        for (const std::string &name : SplitComma(*ex)) {
+        for (const std::string &name : SplitText(*ex, ',')) {
             except.insert(name);
         }
     }
@@ -598,7 +599,7 @@ void Runner::CmdDeploy(Args &a, bool dry)
     rec.ulIfGroupId = a.NumReq("ifgroup");
     rec.ulKind = a.NumOr("kind", ZAN_VRRP_DEPLOY_KIND);
     if (std::optional<std::string> w = a.Text("w")) {
-        std::vector<std::string> parts = SplitComma(*w);
+        std::vector<std::string> parts = SplitText(*w, ',');
         if (parts.size() > 6) {
             throw ScriptError("w= takes at most six words");
         }

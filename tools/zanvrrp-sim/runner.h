@@ -31,6 +31,8 @@ struct ExpectFail {
 // send, meminit, regmsg, regcfg, reginner, adpinit, addinst, delinst, instinit, startwork,
 // rbtadd, cliaddrec, cliretcode (every kind has a name).
 const char *FailKindName(host::FailKind kind);
+// The pieces of text between separators (an empty text gives one empty piece).
+std::vector<std::string> SplitText(const std::string &text, char sep);
 std::optional<host::FailKind> ParseFailKind(const std::string &name);
 
 // How a sweep run (sweep.cpp) changes a script's run: survival is checked, not conformance.

@@ -663,21 +663,6 @@ std::vector<host::FailKind> AllKinds()
     return kinds;
 }
 
-std::vector<std::string> Split(const std::string &text, char sep)
-{
-    std::vector<std::string> out;
-    std::string cur;
-    for (char c : text) {
-        if (c == sep) {
-            out.push_back(cur);
-            cur.clear();
-        } else {
-            cur += c;
-        }
-    }
-    out.push_back(cur);
-    return out;
-}
 
 }  // namespace
 
@@ -737,7 +722,7 @@ std::string CaseId(const SweepCase &c)
 
 std::optional<SweepCase> ParseCaseId(const std::string &id)
 {
-    const std::vector<std::string> parts = Split(id, ':');
+    const std::vector<std::string> parts = SplitText(id, ':');
     if (parts.size() != 4) {
         return std::nullopt;
     }
@@ -923,7 +908,7 @@ int SweepMain(const std::vector<std::string> &args, std::ostream &out, std::ostr
             opt.fork = false;
         } else if (a == "--modes" && hasValue) {
             opt.modes.clear();
-            for (const std::string &m : Split(args[++i], ',')) {
+            for (const std::string &m : SplitText(args[++i], ',')) {
                 std::optional<Reentry> r = ParseReentry(m);
                 if (!r) {
                     return bad("unknown mode '" + m + "' (plain, allocfail, itemdown, feed)");
@@ -932,7 +917,7 @@ int SweepMain(const std::vector<std::string> &args, std::ostream &out, std::ostr
             }
         } else if (a == "--kinds" && hasValue) {
             opt.kinds.clear();
-            for (const std::string &k : Split(args[++i], ',')) {
+            for (const std::string &k : SplitText(args[++i], ',')) {
                 std::optional<host::FailKind> f = ParseFailKind(k);
                 if (!f) {
                     return bad("unknown failure kind '" + k + "'");

@@ -142,6 +142,13 @@ void ZAN_VrrpAdp_Trace(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_
 void ZAN_VrrpAdp_TraceV(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_t ulLine, const char *pcFmt,
                         va_list ap);
 
+/* Whether a trace would reach the application at all: without a trace point callback and
+ * without a debug switch it does nothing, and the callers skip building its arguments. */
+static inline bool ZAN_VrrpAdp_TraceHeard(const ZAN_VRRP_ADP_S *pAdp)
+{
+    return pAdp != nullptr && (pAdp->stCallBack.pfnTracePoint != nullptr || pAdp->stCallBack.pfnIsDebugOn != nullptr);
+}
+
 /* Byte-order helpers for unaligned buffer fields; inline, as the receive path runs them for
  * every word of every record. */
 static inline uint16_t ZAN_VrrpAdp_GetBe16(const uint8_t *p)

@@ -47,11 +47,11 @@ void ZAN_VrrpProd_Trace_(ZAN_COMP_CTX_S *pCompCtx, uint32_t ulLine, const char *
 
 uint32_t ZAN_VrrpProd_Init(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_PROD_CFG_S *pCfg)
 {
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_INIT, "vrrp prod, init, %u", pInst->IfGroupId);
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_INIT, "vrrp prod, init, %u", pInst->IfGroupId);
     ZAN_VRRP_PROD_S *pProd = static_cast<ZAN_VRRP_PROD_S *>(KOL_Malloc_F(
         pCompCtx->ulFwMemHandle, g_aucKolMemPt[0], sizeof(ZAN_VRRP_PROD_S), ZAN_VRRP_PROD_FILE, LINE_MALLOC));
     if (pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_INIT_NG, "vrrp prod, init, ng, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_INIT_NG, "vrrp prod, init, ng, %u", pInst->IfGroupId);
         return ZAN_VRRP_ALL_ONES;
     }
     (void)memset_s(pProd, sizeof(*pProd), 0, sizeof(*pProd));
@@ -77,11 +77,11 @@ uint32_t ZAN_VrrpProd_ChgState_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst
         // old state as it was.
         const uint32_t ulOldState = pProd->State;
         pProd->State = (uint8_t)ulNewState;
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_CHGSTATE, "vrrp prod, ChgState_, %u, %u -> %u", pInst->IfGroupId,
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_CHGSTATE, "vrrp prod, ChgState_, %u, %u -> %u", pInst->IfGroupId,
                             ulOldState, ulNewState);
         return 0;
     }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_CHGSTATE_NG, "vrrp prod, ChgState_, new state ng, %u, %u -> %u",
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_CHGSTATE_NG, "vrrp prod, ChgState_, new state ng, %u, %u -> %u",
                         pInst->IfGroupId, (uint32_t)pProd->State, ulNewState);
     return ZAN_VRRP_ALL_ONES;
 }
@@ -142,10 +142,10 @@ uint32_t ZAN_VrrpProd_Reset_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 void ZAN_VrrpProd_Uninit(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 {
     if (pInst->pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_UNINIT_NG, "vrrp prod, uninit, prod ng, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_UNINIT_NG, "vrrp prod, uninit, prod ng, %u", pInst->IfGroupId);
         return;
     }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_UNINIT, "vrrp prod, uninit, %u", pInst->IfGroupId);
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_UNINIT, "vrrp prod, uninit, %u", pInst->IfGroupId);
     (void)ZAN_VrrpProd_Reset_(pCompCtx, pInst);
     KOL_Free_F(pInst->pProd, ZAN_VRRP_PROD_FILE, LINE_FREE);
     pInst->pProd = nullptr;
@@ -154,13 +154,13 @@ void ZAN_VrrpProd_Uninit(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 uint32_t ZAN_VrrpProd_OnVrrpUp(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 {
     if (pInst->pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_UP_NG, "vrrp prod, OnVrrpUp, prod ng, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_UP_NG, "vrrp prod, OnVrrpUp, prod ng, %u", pInst->IfGroupId);
         return ZAN_VRRP_ALL_ONES;
     }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_UP, "vrrp prod, OnVrrpUp, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_UP, "vrrp prod, OnVrrpUp, %u, %u", pInst->IfGroupId,
                         (uint32_t)pInst->pProd->State);
     if (pInst->bWorkOn == 0u) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_UP_NOT_WORK, "vrrp prod, OnVrrpUp, not work, %u, %u", pInst->IfGroupId,
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_UP_NOT_WORK, "vrrp prod, OnVrrpUp, not work, %u, %u", pInst->IfGroupId,
                             (uint32_t)pInst->bWorkOn);
         return 0;
     }
@@ -181,10 +181,10 @@ uint32_t ZAN_VrrpProd_OnVrrpUp(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 uint32_t ZAN_VrrpProd_OnVrrpDown(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 {
     if (pInst->pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_DOWN_NG, "vrrp prod, OnVrrpDown, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_DOWN_NG, "vrrp prod, OnVrrpDown, %u", pInst->IfGroupId);
         return ZAN_VRRP_ALL_ONES;
     }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_DOWN, "vrrp prod, OnVrrpDown, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_DOWN, "vrrp prod, OnVrrpDown, %u, %u", pInst->IfGroupId,
                         (uint32_t)pInst->pProd->State);
     return ZAN_VrrpProd_Reset_(pCompCtx, pInst);
 }
@@ -196,7 +196,7 @@ void ZAN_VrrpProd_OnTmrTO_(void *pvInst, uint32_t ulTmrVal, ZAN_COMP_CTX_S *pCom
     if (pCompCtx == nullptr) {
         pCompCtx = ZAN_VrrpInst_Ctx(pInst);
     }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_TMRTO, "vrrp prod, OnTmrTO_, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_TMRTO, "vrrp prod, OnTmrTO_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pInst->pProd->State);
     // An expiry ends flow control as far as the producer is concerned.
     pInst->pProd->bIsFcmOn = 0;
@@ -206,7 +206,7 @@ void ZAN_VrrpProd_OnTmrTO_(void *pvInst, uint32_t ulTmrVal, ZAN_COMP_CTX_S *pCom
 uint32_t ZAN_VrrpProd_OnFcm(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 {
     if (pInst->pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_FCM_NG, "vrrp prod, OnFcm, prod ng, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_FCM_NG, "vrrp prod, OnFcm, prod ng, %u", pInst->IfGroupId);
         return ZAN_VRRP_ALL_ONES;
     }
     pInst->pProd->bIsFcmOn = 0;
@@ -219,7 +219,7 @@ uint32_t ZAN_VrrpProd_OnFcm(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 uint32_t ZAN_VrrpProd_OnFlush(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 {
     if (pInst->pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_FLUSH_NG, "vrrp prod, OnFlush, prod ng, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_FLUSH_NG, "vrrp prod, OnFlush, prod ng, %u", pInst->IfGroupId);
         return ZAN_VRRP_ALL_ONES;
     }
     if (ZAN_VrrpProd_NeedReDoAcc_(pCompCtx, pInst) == 1u) {
@@ -233,7 +233,7 @@ uint32_t ZAN_VrrpProd_ReDo_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     const uint32_t ulResetCnt = pProd->ulResetCnt;
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_REDO, "vrrp prod ReDo_, %u, %u", pInst->IfGroupId, (uint32_t)pProd->State);
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_REDO, "vrrp prod ReDo_, %u, %u", pInst->IfGroupId, (uint32_t)pProd->State);
     if (pProd->ulResetCnt != ulResetCnt) {
         return 0;  // reset from the trace: nothing is pending any more
     }
@@ -260,7 +260,7 @@ uint32_t ZAN_VrrpProd_ReDo_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
             (void)ZAN_VrrpProd_DoRNotifyData_(pCompCtx, pInst);
             return 0;
         default:
-            ZAN_VrrpProd_Trace_(pCompCtx, LINE_REDO_NG, "vrrp prod, OnFcm, state ng, %u, %u", pInst->IfGroupId,
+            ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_REDO_NG, "vrrp prod, OnFcm, state ng, %u, %u", pInst->IfGroupId,
                                 (uint32_t)pProd->State);
             return ZAN_VRRP_ALL_ONES;
     }

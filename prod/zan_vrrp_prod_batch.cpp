@@ -50,14 +50,14 @@ uint32_t ZAN_VrrpProd_OnAddProdAck(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pI
     (void)pMsg;
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     if (pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_ADDPRODACK_NG, "vrrp prod, OnAddProdAck, prod ng, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_ADDPRODACK_NG, "vrrp prod, OnAddProdAck, prod ng, %u", pInst->IfGroupId);
         return ZAN_VRRP_ALL_ONES;
     }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_ADDPRODACK, "vrrp prod, OnAddProdAck, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_ADDPRODACK, "vrrp prod, OnAddProdAck, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     pInst->aulRcvAckCnt[ZAN_VRRP_MSG_ADD_PRODUCER]++;
     if (pProd->State != VRRP_PROD_STATE_ADD_PROD) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_ADDPRODACK_STATE_NG, "vrrp prod, OnAddProdAck, state ng, %u, %u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_ADDPRODACK_STATE_NG, "vrrp prod, OnAddProdAck, state ng, %u, %u",
                             pInst->IfGroupId, (uint32_t)pProd->State);
         return ZAN_VRRP_ALL_ONES;
     }
@@ -73,7 +73,7 @@ uint32_t ZAN_VrrpProd_DoBNotifyBegin_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S 
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     const uint32_t ulResetCnt = pProd->ulResetCnt;
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_DOBBEGIN, "vrrp prod, DoBNotifyBegin_, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_DOBBEGIN, "vrrp prod, DoBNotifyBegin_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
         return 0;
@@ -90,19 +90,19 @@ uint32_t ZAN_VrrpProd_OnBBBeginAck(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pI
     (void)pMsg;
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     if (pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_BBEGINACK_NG, "vrrp prod, OnBBBeginAck, prod ng, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_BBEGINACK_NG, "vrrp prod, OnBBBeginAck, prod ng, %u", pInst->IfGroupId);
         return ZAN_VRRP_ALL_ONES;
     }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_BBEGINACK, "vrrp prod, OnBBBeginAck, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_BBEGINACK, "vrrp prod, OnBBBeginAck, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     pInst->aulRcvAckCnt[ZAN_VRRP_MSG_BN_BEGIN]++;
     if (pProd->State != VRRP_PROD_STATE_BN_BEGIN) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_BBEGINACK_STATE_NG, "vrrp prod, OnBBBeginAck, state ng, %u, %u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_BBEGINACK_STATE_NG, "vrrp prod, OnBBBeginAck, state ng, %u, %u",
                             pInst->IfGroupId, (uint32_t)pProd->State);
         return ZAN_VRRP_ALL_ONES;
     }
     if (pDecode->ulSeqNum != pProd->seq) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_BBEGINACK_SEQ_NG, "vrrp prod, OnAddProdAck, seq error, (%u, %u), %u/%u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_BBEGINACK_SEQ_NG, "vrrp prod, OnAddProdAck, seq error, (%u, %u), %u/%u",
                             pInst->IfGroupId, (uint32_t)pProd->State, pDecode->ulSeqNum, pProd->seq);
         return ZAN_VRRP_ALL_ONES;
     }
@@ -146,7 +146,7 @@ uint32_t ZAN_VrrpProd_DoBNotifyData_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     const uint32_t ulResetCnt = pProd->ulResetCnt;
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_DOBDATA, "vrrp prod, DoBNotifyData_, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_DOBDATA, "vrrp prod, DoBNotifyData_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
         return 0;
@@ -170,7 +170,7 @@ uint32_t ZAN_VrrpProd_DoBNotifyData_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *
                 return 0;
             }
             if (pMsg == nullptr) {
-                ZAN_VrrpProd_Trace_(pCompCtx, LINE_DOBDATA_MALLOC_NG, "vrrp prod, DoBNotifyData_, malloc send msg ng, %u",
+                ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_DOBDATA_MALLOC_NG, "vrrp prod, DoBNotifyData_, malloc send msg ng, %u",
                                     pInst->IfGroupId);
                 break;  // this part and the later ones stay stored
             }
@@ -205,7 +205,7 @@ uint32_t ZAN_VrrpProd_DoBNotifyEnd_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *p
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     const uint32_t ulResetCnt = pProd->ulResetCnt;
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_DOBEND, "vrrp prod, DoBNotifyEnd_, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_DOBEND, "vrrp prod, DoBNotifyEnd_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
         return 0;
@@ -222,19 +222,19 @@ uint32_t ZAN_VrrpProd_OnBBEndAck(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pIns
     (void)pMsg;
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     if (pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_BENDACK_NG, "vrrp prod, OnBBEndAck, prod ng, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_BENDACK_NG, "vrrp prod, OnBBEndAck, prod ng, %u", pInst->IfGroupId);
         return ZAN_VRRP_ALL_ONES;
     }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_BENDACK, "vrrp prod, OnBBEndAck, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_BENDACK, "vrrp prod, OnBBEndAck, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     pInst->aulRcvAckCnt[ZAN_VRRP_MSG_BN_END]++;
     if (pProd->State != VRRP_PROD_STATE_BN_DATA || pProd->bBNotifyDataEnd == 0u) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_BENDACK_STATE_NG, "vrrp prod, OnBBEndAck, state ng, %u, %u, %u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_BENDACK_STATE_NG, "vrrp prod, OnBBEndAck, state ng, %u, %u, %u",
                             pInst->IfGroupId, (uint32_t)pProd->State, pProd->bBNotifyDataEnd);
         return ZAN_VRRP_ALL_ONES;
     }
     if (pDecode->ulSeqNum != pProd->seq + 1u) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_BENDACK_SEQ_NG, "vrrp prod, OnBBEndAck, seq error, (%u, %u, %u), %u/%u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_BENDACK_SEQ_NG, "vrrp prod, OnBBEndAck, seq error, (%u, %u, %u), %u/%u",
                             pInst->IfGroupId, (uint32_t)pProd->State, pProd->bBNotifyDataEnd, pDecode->ulSeqNum,
                             pProd->seq);
         return ZAN_VRRP_ALL_ONES;

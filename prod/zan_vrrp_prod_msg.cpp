@@ -43,7 +43,7 @@ uint8_t *ZAN_VrrpProd_MallocSendMsg_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     if (pPara->usMsgLen < ZAN_VRRP_MSG_HDR_LEN) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_MALLOC_LEN_NG, "vrrp prod, MallocSendMsg_, usMsgLen ng, %u, %u, (%u/%u)",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_MALLOC_LEN_NG, "vrrp prod, MallocSendMsg_, usMsgLen ng, %u, %u, (%u/%u)",
                             pInst->IfGroupId, (uint32_t)pProd->State, (uint32_t)pPara->usMsgLen,
                             ZAN_VRRP_MSG_HDR_LEN);
         return nullptr;
@@ -57,7 +57,7 @@ uint8_t *ZAN_VrrpProd_MallocSendMsg_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *
         pProd->bIsFcmOn = 1;
         pInst->FcFlag = 1;
         pInst->FcCnt++;
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_MALLOC_NG, "vrrp prod, MallocSendMsg_, ng, %u, %u", pInst->IfGroupId,
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_MALLOC_NG, "vrrp prod, MallocSendMsg_, ng, %u, %u", pInst->IfGroupId,
                             (uint32_t)pProd->State);
         if (pInst->pAdp->stCallBack.pfnMsgAllocFail != nullptr) {
             pInst->pAdp->stCallBack.pfnMsgAllocFail(pInst->stInstHead.ulPid, pCompCtx->ulHandle, 1);
@@ -77,7 +77,7 @@ uint8_t *ZAN_VrrpProd_MallocSendMsg_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *
     ZAN_VrrpAdp_PutHost32(pMsg + ZAN_VRRP_HDR_SEQNUM, pPara->ulSeqNum);
     ZAN_VrrpAdp_PutHost16(pMsg + ZAN_VRRP_HDR_WORD16, 0);
     ZAN_VrrpAdp_PutHost16(pMsg + ZAN_VRRP_HDR_ENTRYCNT, 0);
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_MALLOC_OK, "vrrp prod, MallocSendMsg_, ok, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_MALLOC_OK, "vrrp prod, MallocSendMsg_, ok, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     return pMsg;
 }
@@ -88,7 +88,7 @@ uint32_t ZAN_VrrpProd_FillSendMsg_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pI
                                    uint8_t *pMsg, uint32_t ulCapacity)
 {
     const ZAN_VRRP_PROD_S *pProd = pInst->pProd;
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_FILL, "vrrp prod, FillSendMsg_, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_FILL, "vrrp prod, FillSendMsg_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     if (pPart == pProd->pPinned && pProd->bPinnedGone != 0u) {
         return 0;  // replaced or dropped from the trace: the newer version, if any, is still stored
@@ -103,7 +103,7 @@ uint32_t ZAN_VrrpProd_FillSendMsg_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pI
     }
     const uint32_t ulUsed = ZAN_VrrpAdp_GetBe16(pMsg + ZAN_VRRP_HDR_MSGLEN);
     if (ulUsed > ulCapacity) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_FILL_USED_NG, "vrrp prod, FillSendMsg_, used len ng, %u, %u", ulUsed,
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_FILL_USED_NG, "vrrp prod, FillSendMsg_, used len ng, %u, %u", ulUsed,
                             ulCapacity);
         return ZAN_VRRP_ALL_ONES;
     }
@@ -111,7 +111,7 @@ uint32_t ZAN_VrrpProd_FillSendMsg_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pI
     const uint32_t ulNeeded = ulKeySize + 4u + usDataLen;
     const uint32_t ulLeft = ulCapacity - ulUsed;
     if (ulLeft < ulNeeded) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_FILL_LEFT_NG, "vrrp prod, FillSendMsg_, left len ng, %u, %u", ulLeft,
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_FILL_LEFT_NG, "vrrp prod, FillSendMsg_, left len ng, %u, %u", ulLeft,
                             ulNeeded);
         return ZAN_VRRP_ALL_ONES;
     }
@@ -168,7 +168,7 @@ uint32_t ZAN_VrrpProd_SendUnlessReset_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, ui
 uint32_t ZAN_VrrpProd_DoAddProd_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst)
 {
     const uint32_t ulResetCnt = pInst->pProd->ulResetCnt;
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_DOADDPROD, "vrrp prod, DoAddProd_, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_DOADDPROD, "vrrp prod, DoAddProd_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pInst->pProd->State);
     if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
         return 0;

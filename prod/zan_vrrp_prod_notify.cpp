@@ -20,15 +20,15 @@ uint32_t ZAN_VrrpProd_OnNotifyEvent(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *p
     (void)pDecode;
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     if (pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_NOTIFY_NG, "vrrp prod, OnNotifyEvent, prod ng, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_NOTIFY_NG, "vrrp prod, OnNotifyEvent, prod ng, %u", pInst->IfGroupId);
         return ZAN_VRRP_ALL_ONES;
     }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_NOTIFY, "vrrp prod, OnNotifyEvent, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_NOTIFY, "vrrp prod, OnNotifyEvent, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     pInst->aulRcvReqCnt[ZAN_VRRP_MSG_NOTIFY_EVENT]++;
     if (pProd->State != VRRP_PROD_STATE_BN_BEGIN && pProd->State != VRRP_PROD_STATE_BN_DATA) {
         // Not answered; in particular the real-time notification of state 5 goes on.
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_NOTIFY_STATE_NG, "vrrp prod, OnNotifyEvent, state ng, %u, %u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_NOTIFY_STATE_NG, "vrrp prod, OnNotifyEvent, state ng, %u, %u",
                             pInst->IfGroupId, (uint32_t)pProd->State);
         return ZAN_VRRP_ALL_ONES;
     }
@@ -37,7 +37,7 @@ uint32_t ZAN_VrrpProd_OnNotifyEvent(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *p
     const uint32_t ulStateBefore = pProd->State;
     uint32_t ulResetCnt = pProd->ulResetCnt;
     (void)ZAN_VrrpProd_DoNotifyEventAck_(pCompCtx, pInst, pMsg);
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_NOTIFY_ACK_OK, "vrrp prod, OnNotifyEvent, send ack ok, %u, %u",
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_NOTIFY_ACK_OK, "vrrp prod, OnNotifyEvent, send ack ok, %u, %u",
                         pInst->IfGroupId, ulStateBefore);
     if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
         return 0;
@@ -57,7 +57,7 @@ uint32_t ZAN_VrrpProd_OnNotifyEvent(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *p
 
 uint32_t ZAN_VrrpProd_DoNotifyEventAck_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, uint8_t *pMsg)
 {
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_NOTIFYACK, "vrrp prod, DoNotifyEventAck_, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_NOTIFYACK, "vrrp prod, DoNotifyEventAck_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pInst->pProd->State);
     pInst->aulSendAckCnt[ZAN_VRRP_MSG_NOTIFY_EVENT]++;  // before the send, whatever its outcome
     ZAN_VrrpInst_SendAck(pInst, pMsg);

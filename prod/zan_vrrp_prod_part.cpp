@@ -18,6 +18,7 @@ enum : uint32_t {
     LINE_SENDDATA = 433,
 };
 
+constexpr uint32_t ZAN_VRRP_DATA_MAX_LEN = 8u;
 constexpr uint32_t ZAN_VRRP_KEY_TYPE_LEN_WORD = (ZAN_VRRP_KEY_TLV_TYPE << 16) | ZAN_VRRP_KEY_TLV_LEN;
 
 ZAN_VRRP_PART_S *ZAN_VrrpProd_PartOfTreeNode_(const ZAN_RBT_NODE_S *pNode)
@@ -98,6 +99,26 @@ uint32_t ZAN_VrrpProd_CmpPart_(const ZAN_RBT_NODE_S *pNode, const void *pKey)
 
 namespace {
 
+// The compare that the part tree is kept with. Every stored part and every key looked up went
+// through SendData's check, so their first word (the key TLV's type and length) is the same;
+// comparing the value words first settles a descent in one word per level instead of two. The
+// first word still decides last, so two different keys never compare equal, and for keys
+// that pass the check the order is the one of ZAN_VrrpProd_CmpPart_.
+uint32_t ZAN_VrrpProd_CmpStoredPart_(const ZAN_RBT_NODE_S *pNode, const void *pKey)
+{
+    const uint8_t *pucPartKey = ZAN_VrrpProd_PartTlv(ZAN_VrrpProd_PartOfTreeNode_(pNode));
+    const uint8_t *pucKey = static_cast<const uint8_t *>(pKey);
+    static constexpr uint32_t aulOrder[] = {4u, 8u, 12u, 0u};
+    for (const uint32_t ulOff : aulOrder) {
+        const uint32_t ulPart = ZAN_VrrpAdp_GetHost32(pucPartKey + ulOff);
+        const uint32_t ulKey = ZAN_VrrpAdp_GetHost32(pucKey + ulOff);
+        if (ulPart != ulKey) {
+            return (ulPart > ulKey) ? 1u : 2u;
+        }
+    }
+    return 0;
+}
+
 // A block holding the key and data TLVs as given; not yet in the tree or a list.
 ZAN_VRRP_PART_S *ZAN_VrrpProd_NewPart_(ZAN_COMP_CTX_S *pCompCtx, const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_TLV_S *pData)
 {
@@ -111,10 +132,16 @@ ZAN_VRRP_PART_S *ZAN_VrrpProd_NewPart_(ZAN_COMP_CTX_S *pCompCtx, const ZAN_VRRP_
     }
     // The links are set when the part goes into the tree and a list; the TLVs are copied with
     // the sizes just computed, so the copies cannot fail.
+    // SendData admits only a key of 8 value bytes and data of 0 or 8, so the copies have
+    // fixed sizes.
     pPart->bWaitAck = 0;
     uint8_t *pucTlv = ZAN_VrrpProd_PartTlv(pPart);
-    memcpy(pucTlv, pKey, ulKeySize);
-    memcpy(pucTlv + ulKeySize, pData, ulDataSize);
+    memcpy(pucTlv, pKey, 4u + ZAN_VRRP_KEY_TLV_LEN);
+    if (ulDataSize == 4u + ZAN_VRRP_DATA_MAX_LEN) {
+        memcpy(pucTlv + 4u + ZAN_VRRP_KEY_TLV_LEN, pData, 4u + ZAN_VRRP_DATA_MAX_LEN);
+    } else {
+        memcpy(pucTlv + 4u + ZAN_VRRP_KEY_TLV_LEN, pData, 4u);
+    }
     return pPart;
 }
 
@@ -144,7 +171,7 @@ void ZAN_VrrpProd_StorePart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, c
     ZAN_VrrpAdp_PutHost32(aucKey + 4, ZAN_VrrpAdp_GetHost32(pucKeyTlv + 4));
     ZAN_VrrpAdp_PutHost32(aucKey + 8, ZAN_VrrpAdp_GetHost32(pucKeyTlv + 8));
     ZAN_VrrpAdp_PutHost32(aucKey + 12, ZAN_VrrpAdp_GetHost32(reinterpret_cast<const uint8_t *>(pData)));
-    ZAN_RBT_NODE_S *pNode = ZAN_RBT_LookupNode(&pProd->stPartTree, aucKey, ZAN_VrrpProd_CmpPart_);
+    ZAN_RBT_NODE_S *pNode = ZAN_RBT_LookupNode(&pProd->stPartTree, aucKey, ZAN_VrrpProd_CmpStoredPart_);
     if (pNode != nullptr) {
         ZAN_VRRP_PART_S *pOld = ZAN_VrrpProd_PartOfTreeNode_(pNode);
         if (pOld != pProd->pPinned) {
@@ -155,12 +182,13 @@ void ZAN_VrrpProd_StorePart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, c
     }
     ZAN_VRRP_PART_S *pNew = ZAN_VrrpProd_NewPart_(pCompCtx, pKey, pData);
     if (pNew == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_ADDPART_MALLOC_NG, "vrrp prod, AddPart_, malloc ng, %u, %u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_ADDPART_MALLOC_NG, "vrrp prod, AddPart_, malloc ng, %u, %u",
                             ZAN_VrrpProd_KeyWord_(aucKey), ZAN_VrrpProd_KeyByte_(aucKey));
         return;
     }
-    if (ZAN_RBT_AddNode(&pProd->stPartTree, &pNew->stTreeNode, ZAN_VrrpProd_PartTlv(pNew), ZAN_VrrpProd_CmpPart_) != 0u) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_ADDPART_INSERT_NG, "vrrp prod, AddPart_, insert 2rbt ng, %u, %u",
+    if (ZAN_RBT_AddNode(&pProd->stPartTree, &pNew->stTreeNode, ZAN_VrrpProd_PartTlv(pNew),
+                        ZAN_VrrpProd_CmpStoredPart_) != 0u) {
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_ADDPART_INSERT_NG, "vrrp prod, AddPart_, insert 2rbt ng, %u, %u",
                             ZAN_VrrpProd_KeyWord_(aucKey), ZAN_VrrpProd_KeyByte_(aucKey));
         KOL_Free_F(pNew, ZAN_VRRP_PROD_FILE, LINE_ADDPART_FREE);
         return;
@@ -190,7 +218,7 @@ uint32_t ZAN_VrrpProd_MovePart2WaitAck_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     if (pPart->bWaitAck == 1u) {
         const uint8_t *pucKeyTlv = ZAN_VrrpProd_PartTlv(pPart);
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_MOVE_NG, "vrrp prod, MovePart2WaitAck_ ng, %u, %u, %u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_MOVE_NG, "vrrp prod, MovePart2WaitAck_ ng, %u, %u, %u",
                             ZAN_VrrpProd_KeyWord_(pucKeyTlv), ZAN_VrrpProd_KeyByte_(pucKeyTlv), pPart->bWaitAck);
         return ZAN_VRRP_ALL_ONES;
     }
@@ -243,18 +271,18 @@ uint32_t ZAN_VrrpProd_SendData(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     if (pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_SENDDATA_NG, "vrrp prod, SendData, prod ng, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_SENDDATA_NG, "vrrp prod, SendData, prod ng, %u", pInst->IfGroupId);
         return ZAN_VRRP_ALL_ONES;
     }
     const uint32_t ulKeyWord = ((uint32_t)pKey->usType << 16) | pKey->usLen;
     if (ulKeyWord != ZAN_VRRP_KEY_TYPE_LEN_WORD || pData->usType != ZAN_VRRP_DATA_TLV_TYPE ||
-        (pData->usLen != 0u && pData->usLen != 8u)) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_SENDDATA_INVALID, "vrrp prod, SendData, data is invalid, (%u, %u), (%u, %u)",
+        (pData->usLen != 0u && pData->usLen != ZAN_VRRP_DATA_MAX_LEN)) {
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_SENDDATA_INVALID, "vrrp prod, SendData, data is invalid, (%u, %u), (%u, %u)",
                             (uint32_t)pKey->usType, (uint32_t)pKey->usLen, (uint32_t)pData->usType,
                             (uint32_t)pData->usLen);
         return ZAN_VRRP_ALL_ONES;
     }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_SENDDATA, "vrrp prod, SendData, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_SENDDATA, "vrrp prod, SendData, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     if (pProd->State != VRRP_PROD_STATE_BN_DATA && pProd->State != VRRP_PROD_STATE_RN_DATA) {
         return 0;

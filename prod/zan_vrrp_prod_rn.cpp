@@ -59,7 +59,7 @@ uint32_t ZAN_VrrpProd_SendNewParts_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *p
         }
         if (ulRet != 0u) {
             // This part and the later ones wait for the next message.
-            ZAN_VrrpProd_Trace_(pCompCtx, LINE_DORNDATA_FULL, "vrrp prod, SendMsgRNotifyData_, send data, fill full, %u",
+            ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_DORNDATA_FULL, "vrrp prod, SendMsgRNotifyData_, send data, fill full, %u",
                                 pInst->IfGroupId);
             break;
         }
@@ -76,7 +76,7 @@ uint32_t ZAN_VrrpProd_DoRNotifyData_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *
 {
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     const uint32_t ulResetCnt = pProd->ulResetCnt;
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_DORNDATA, "vrrp prod, SendMsgRNotifyData_, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_DORNDATA, "vrrp prod, SendMsgRNotifyData_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
         return 0;
@@ -84,7 +84,7 @@ uint32_t ZAN_VrrpProd_DoRNotifyData_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *
     ZAN_VrrpProd_StopTmr_(pCompCtx, pInst);
     const bool bWaiting = pProd->stWaitAckList.pNext != &pProd->stWaitAckList;
     if (!bWaiting && pProd->stPartList.pNext == &pProd->stPartList) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_DORNDATA_NO_DATA, "vrrp prod, SendMsgRNotifyData_, no data to send, %u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_DORNDATA_NO_DATA, "vrrp prod, SendMsgRNotifyData_, no data to send, %u",
                             pInst->IfGroupId);
         return 0;  // idle: no timer
     }
@@ -94,7 +94,7 @@ uint32_t ZAN_VrrpProd_DoRNotifyData_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *
         ulEnded = ZAN_VrrpProd_SendUnlessReset_(pInst, pMsg, ulResetCnt);  // releases it
     } else if (pMsg == nullptr) {
         // Nothing moves; the timer, or the end of flow control for new data, tries again.
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_DORNDATA_MALLOC_NG, "vrrp prod, SendMsgRNotifyData_, malloc send msg ng, %u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_DORNDATA_MALLOC_NG, "vrrp prod, SendMsgRNotifyData_, malloc send msg ng, %u",
                             pInst->IfGroupId);
         ulEnded = ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt) ? 1u : 0u;
     } else if (bWaiting) {
@@ -116,15 +116,15 @@ uint32_t ZAN_VrrpProd_OnRNotifyDataAck(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S
     (void)pMsg;
     ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     if (pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_RNDATAACK_NG, "vrrp prod, OnRNotifyDataAck, prod ng, %u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_RNDATAACK_NG, "vrrp prod, OnRNotifyDataAck, prod ng, %u",
                             pInst->IfGroupId);
         return ZAN_VRRP_ALL_ONES;
     }
-    ZAN_VrrpProd_Trace_(pCompCtx, LINE_RNDATAACK, "vrrp prod, OnRNotifyDataAck, %u, %u", pInst->IfGroupId,
+    ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_RNDATAACK, "vrrp prod, OnRNotifyDataAck, %u, %u", pInst->IfGroupId,
                         (uint32_t)pProd->State);
     pInst->aulRcvAckCnt[ZAN_VRRP_MSG_RN_DATA]++;
     if (pProd->State != VRRP_PROD_STATE_RN_DATA) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_RNDATAACK_STATE_NG, "vrrp prod, OnRNotifyDataAck, state ng, %u, %u",
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_RNDATAACK_STATE_NG, "vrrp prod, OnRNotifyDataAck, state ng, %u, %u",
                             pInst->IfGroupId, (uint32_t)pProd->State);
         return ZAN_VRRP_ALL_ONES;
     }

@@ -14,7 +14,7 @@ uint32_t ZAN_VrrpProd_GetInstProd(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pIn
     (void)pReq;
     const ZAN_VRRP_PROD_S *pProd = pInst->pProd;
     if (pProd == nullptr) {
-        ZAN_VrrpProd_Trace_(pCompCtx, LINE_GETINSTPROD_NG, "vrrp prod, GetInstProd, prod ng, %u", pInst->IfGroupId);
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_GETINSTPROD_NG, "vrrp prod, GetInstProd, prod ng, %u", pInst->IfGroupId);
         return 0;
     }
     const uint32_t ulPartCount = ZAN_VrrpProd_CountList_(&pProd->stPartList);

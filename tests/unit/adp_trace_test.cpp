@@ -1,4 +1,7 @@
 // The tracing convention and the header conversion pair.
+#include <functional>
+#include <iterator>
+
 #include "lib_fixture.h"
 
 namespace {
@@ -18,8 +21,18 @@ TEST_F(Trace, DebugTextIsTruncatedTo255Characters)
     EXPECT_EQ(Rec().traces[0], std::make_pair(std::string("zan vrrp, adp"), 7u));
 }
 
+// The same for the adapter's trace and for the instance's and the producer's wrappers, which
+// skip the call when no slot would hear it.
 TEST_F(Trace, EachStepDependsOnlyOnItsOwnSlots)
 {
+    ASSERT_EQ(libtest::CreateDeploy(0x10, 1), 0u);
+    ZAN_VRRP_INST_S *inst = libtest::Inst(0x10);
+    ASSERT_NE(inst, nullptr);
+    const std::function<void()> sites[] = {
+        [&] { ZAN_VrrpAdp_Trace(adp, "zan vrrp, adp", 9, "text %u", 5u); },
+        [&] { ZAN_VRRP_INST_TRACE(inst, 9, "text %u", 5u); },
+        [&] { ZAN_VRRP_PROD_TRACE(host::Ctx(), 9, "text %u", 5u); },
+    };
     struct Case {
         bool trace, isDebug, debugOut;
         uint32_t debugOn;
@@ -30,16 +43,21 @@ TEST_F(Trace, EachStepDependsOnlyOnItsOwnSlots)
         {false, true, true, 1, 0, 1}, {true, true, false, 1, 1, 0}, {false, false, false, 1, 0, 0},
     };
     for (const Case &c : cases) {
-        ZAN_VRRP_CALLBACK_S cb = libtest::AllCallbacks();
-        if (!c.trace) cb.pfnTracePoint = nullptr;
-        if (!c.isDebug) cb.pfnIsDebugOn = nullptr;
-        if (!c.debugOut) cb.pfnDebugOut = nullptr;
-        ASSERT_EQ(ZAN_VrrpAdp_RegCallBack(adp, &cb), 0u);
-        Rec() = libtest::Recorder{};
-        Rec().debugOn = c.debugOn;
-        ZAN_VrrpAdp_Trace(adp, "zan vrrp, adp", 9, "text %u", 5u);
-        EXPECT_EQ(Rec().traces.size(), c.points);
-        EXPECT_EQ(Rec().debug.size(), c.texts);
+        for (size_t site = 0; site < std::size(sites); site++) {
+            ZAN_VRRP_CALLBACK_S cb = libtest::AllCallbacks();
+            if (!c.trace) cb.pfnTracePoint = nullptr;
+            if (!c.isDebug) cb.pfnIsDebugOn = nullptr;
+            if (!c.debugOut) cb.pfnDebugOut = nullptr;
+            ASSERT_EQ(ZAN_VrrpAdp_RegCallBack(adp, &cb), 0u);
+            Rec() = libtest::Recorder{};
+            Rec().debugOn = c.debugOn;
+            sites[site]();
+            EXPECT_EQ(Rec().traces.size(), c.points) << "site " << site;
+            EXPECT_EQ(Rec().debug.size(), c.texts) << "site " << site;
+            if (c.texts == 1u && Rec().debug.size() == 1u) {
+                EXPECT_EQ(Rec().debug[0], "text 5");
+            }
+        }
     }
 }
 

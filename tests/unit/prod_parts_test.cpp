@@ -111,6 +111,50 @@ TEST_F(ProdParts, WaitingPartsStayBesideNewVersionsAndWalksDeleteThemAll)
     EXPECT_EQ(TreeCount(), 0u);
 }
 
+// Keys that differ in one value byte only, at every position, or in the data length alone are
+// all distinct parts; sending each again replaces only its own part. The tree is in the order of
+// ZAN_VrrpProd_CmpPart_.
+TEST_F(ProdParts, EveryKeyByteAndTheDataLengthTellPartsApart)
+{
+    struct Key {
+        std::vector<uint8_t> value;
+        uint16_t dlen;
+    };
+    std::vector<Key> keys;
+    for (uint32_t pos = 0; pos < 8; pos++) {
+        for (const uint8_t b : {0x00, 0x01, 0x80, 0xff}) {
+            for (const uint16_t dlen : {0, 8}) {
+                std::vector<uint8_t> v(8, 0x55);
+                v[pos] = b;
+                keys.push_back({v, dlen});
+            }
+        }
+    }
+    auto send = [&](const Key &k, uint32_t dval) {
+        std::vector<uint8_t> d(8, 0);
+        std::memcpy(d.data(), &dval, 4);
+        const ZAN_VRRP_TLV_S key = libtest::Tlv(3001, 8, k.value), data = libtest::Tlv(1001, k.dlen, d);
+        return ZAN_VrrpProd_SendData(host::Ctx(), inst, &key, &data);
+    };
+    for (uint32_t i = 0; i < keys.size(); i++) ASSERT_EQ(send(keys[i], i), 0u);
+    const size_t distinct = keys.size();  // no byte above is 0x55: every key differs
+    EXPECT_EQ(Walk(false).size(), distinct);
+    EXPECT_EQ(TreeCount(), distinct);
+    for (uint32_t i = 0; i < keys.size(); i++) ASSERT_EQ(send(keys[i], 1000 + i), 0u);
+    EXPECT_EQ(Walk(false).size(), distinct);
+    ZAN_RBT_HEAD_S *tree = &inst->pProd->stPartTree;
+    ZAN_RBT_NODE_S *prev = nullptr;
+    for (ZAN_RBT_NODE_S *node = WUX_RBT_FirstNode(tree); node != nullptr; node = WUX_RBT_NextNode(tree, node)) {
+        if (prev != nullptr) {
+            auto *part = reinterpret_cast<ZAN_VRRP_PART_S *>(reinterpret_cast<uint8_t *>(node) -
+                                                              offsetof(ZAN_VRRP_PART_S, stTreeNode));
+            const uint8_t *key = ZAN_VrrpProd_PartTlv(part);
+            EXPECT_EQ(ZAN_VrrpProd_CmpPart_(prev, key), 2u) << "tree out of order";
+        }
+        prev = node;
+    }
+}
+
 // Random stores and walks that move or delete parts, against a model of the two lists.
 TEST_F(ProdParts, RandomOperationsMatchAModel)
 {

@@ -81,20 +81,30 @@ uint32_t ZAN_VrrpProd_KeyByte_(const uint8_t *pucKeyTlv)
     return pucKeyTlv[8];
 }
 
-}  // namespace
-
-uint32_t ZAN_VrrpProd_CmpPart_(const ZAN_RBT_NODE_S *pNode, const void *pKey)
+// Compares a part's key with a key as unsigned 32-bit words in host order, taken at the given
+// offsets in turn; the first word that differs decides (part greater 1, smaller 2, all equal 0).
+uint32_t ZAN_VrrpProd_CmpWords_(const ZAN_RBT_NODE_S *pNode, const void *pKey, const uint32_t (&aulOrder)[4])
 {
     const uint8_t *pucPartKey = ZAN_VrrpProd_PartTlv(ZAN_VrrpProd_PartOfTreeNode_(pNode));
     const uint8_t *pucKey = static_cast<const uint8_t *>(pKey);
-    for (uint32_t i = 0; i < ZAN_VRRP_PART_KEY_LEN; i += 4u) {
-        const uint32_t ulPart = ZAN_VrrpAdp_GetHost32(pucPartKey + i);
-        const uint32_t ulKey = ZAN_VrrpAdp_GetHost32(pucKey + i);
+    for (const uint32_t ulOff : aulOrder) {
+        const uint32_t ulPart = ZAN_VrrpAdp_GetHost32(pucPartKey + ulOff);
+        const uint32_t ulKey = ZAN_VrrpAdp_GetHost32(pucKey + ulOff);
         if (ulPart != ulKey) {
             return (ulPart > ulKey) ? 1u : 2u;
         }
     }
     return 0;
+}
+
+constexpr uint32_t g_aulPartKeyOrder[4] = {0u, 4u, 8u, 12u};
+constexpr uint32_t g_aulStoredPartOrder[4] = {4u, 8u, 12u, 0u};
+
+}  // namespace
+
+uint32_t ZAN_VrrpProd_CmpPart_(const ZAN_RBT_NODE_S *pNode, const void *pKey)
+{
+    return ZAN_VrrpProd_CmpWords_(pNode, pKey, g_aulPartKeyOrder);
 }
 
 namespace {
@@ -106,17 +116,7 @@ namespace {
 // that pass the check the order is the one of ZAN_VrrpProd_CmpPart_.
 uint32_t ZAN_VrrpProd_CmpStoredPart_(const ZAN_RBT_NODE_S *pNode, const void *pKey)
 {
-    const uint8_t *pucPartKey = ZAN_VrrpProd_PartTlv(ZAN_VrrpProd_PartOfTreeNode_(pNode));
-    const uint8_t *pucKey = static_cast<const uint8_t *>(pKey);
-    static constexpr uint32_t aulOrder[] = {4u, 8u, 12u, 0u};
-    for (const uint32_t ulOff : aulOrder) {
-        const uint32_t ulPart = ZAN_VrrpAdp_GetHost32(pucPartKey + ulOff);
-        const uint32_t ulKey = ZAN_VrrpAdp_GetHost32(pucKey + ulOff);
-        if (ulPart != ulKey) {
-            return (ulPart > ulKey) ? 1u : 2u;
-        }
-    }
-    return 0;
+    return ZAN_VrrpProd_CmpWords_(pNode, pKey, g_aulStoredPartOrder);
 }
 
 // A block holding the key and data TLVs as given; not yet in the tree or a list.
@@ -130,10 +130,9 @@ ZAN_VRRP_PART_S *ZAN_VrrpProd_NewPart_(ZAN_COMP_CTX_S *pCompCtx, const ZAN_VRRP_
     if (pPart == nullptr) {
         return nullptr;
     }
-    // The links are set when the part goes into the tree and a list; the TLVs are copied with
-    // the sizes just computed, so the copies cannot fail.
-    // SendData admits only a key of 8 value bytes and data of 0 or 8, so the copies have
-    // fixed sizes.
+    // The links are set when the part goes into the tree and a list. SendData admits only a
+    // key of 8 value bytes and data of 0 or 8, so the TLVs are copied with fixed sizes, which
+    // the block was just sized for.
     pPart->bWaitAck = 0;
     uint8_t *pucTlv = ZAN_VrrpProd_PartTlv(pPart);
     memcpy(pucTlv, pKey, 4u + ZAN_VRRP_KEY_TLV_LEN);

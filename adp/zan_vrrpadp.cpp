@@ -27,11 +27,10 @@ uint32_t ZAN_VrrpAdp_DeInitInst_(void *pvInst)
     return 0;
 }
 
-// After a failed initialisation nothing may reach the context that is about to be freed:
-// registrations are withdrawn and the memory handle (which holds no block yet) is ended.
-void ZAN_VrrpAdp_UndoInit_(ZAN_VRRP_ADP_S *pAdp, ZAN_COMP_CTX_S *pCompCtx)
+// After a failed initialisation the memory handle (which holds no block yet) and the
+// framework's adapter base are ended; whatever was registered stays with the framework.
+void ZAN_VrrpAdp_UndoInit_(ZAN_VRRP_ADP_S *pAdp)
 {
-    ZAN_Frame_WithdrawRegs(pCompCtx, pAdp);
     if (pAdp->ulMemHandle != 0u) {
         ZAN_CompAdp_DeInit(&pAdp->stAdpBase, ZAN_VrrpAdp_DeInitInst_);
         KOL_HandleFinalize(pAdp->ulMemHandle);
@@ -47,21 +46,31 @@ ZAN_VRRP_ADP_S *ZAN_VrrpAdp_Get(ZAN_COMP_CTX_S *pCompCtx)
         return nullptr;
     }
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pCompCtx->pAdpSlot);
-    if (pAdp != nullptr) {
+    if (pAdp != nullptr && pAdp->bLive != 0u) {
         if (pAdp->stCallBack.pfnIsDebugOn != nullptr) {
             pAdp->bDebugOn = (uint8_t)pAdp->stCallBack.pfnIsDebugOn(pCompCtx->ulHandle);
         }
         return pAdp;
     }
 
-    pAdp = static_cast<ZAN_VRRP_ADP_S *>(
-        KOL_Malloc_F(pCompCtx->ulFwMemHandle, g_aucKolMemPt[0], sizeof(ZAN_VRRP_ADP_S), ZAN_VRRP_ADP_FILE, 74));
-    if (pAdp == nullptr) {
-        return nullptr;
+    // A context kept in the slot (ended, or its initialisation failed after registering) is
+    // initialised again in place: the framework may still hand it to the handlers.
+    const bool bKept = pAdp != nullptr;
+    if (!bKept) {
+        pAdp = static_cast<ZAN_VRRP_ADP_S *>(
+            KOL_Malloc_F(pCompCtx->ulFwMemHandle, g_aucKolMemPt[0], sizeof(ZAN_VRRP_ADP_S), ZAN_VRRP_ADP_FILE, 74));
+        if (pAdp == nullptr) {
+            return nullptr;
+        }
     }
     if (ZAN_VrrpAdp_Init_(pAdp, pCompCtx) != 0u) {
-        ZAN_VrrpAdp_UndoInit_(pAdp, pCompCtx);
-        KOL_Free_F(pAdp, ZAN_VRRP_ADP_FILE, 81);
+        ZAN_VrrpAdp_UndoInit_(pAdp);
+        if (bKept || pAdp->bRegsMade != 0u) {
+            pCompCtx->pAdpSlot = pAdp;  // kept: a registration may name it
+        } else {
+            KOL_Free_F(pAdp, ZAN_VRRP_ADP_FILE, 81);
+            pCompCtx->pAdpSlot = nullptr;
+        }
         return nullptr;
     }
     pCompCtx->pAdpSlot = pAdp;
@@ -87,6 +96,7 @@ uint32_t ZAN_VrrpAdp_Init_(ZAN_VRRP_ADP_S *pAdp, ZAN_COMP_CTX_S *pCompCtx)
     }
 
     // All registrations are made; their results are combined.
+    pAdp->bRegsMade = 1;
     uint32_t ulRet = 0;
     ulRet |= ZAN_Frame_RegMsgProc(pCompCtx, pAdp->stAdpBase.usMsgClass, ZAN_VrrpAdp_ProcMsg_, pAdp,
                                   ZAN_VrrpAdp_Flush_);
@@ -101,6 +111,7 @@ uint32_t ZAN_VrrpAdp_Init_(ZAN_VRRP_ADP_S *pAdp, ZAN_COMP_CTX_S *pCompCtx)
     }
     ZAN_VrrpAdp_ListInit(&pAdp->stDeployList);
     pAdp->bWorkOn = 1;
+    pAdp->bLive = 1;
     return 0;
 }
 
@@ -122,9 +133,9 @@ void ZAN_VrrpAdp_DeInit(ZAN_COMP_CTX_S *pCompCtx)
         KOL_HandleFinalize(pAdp->ulMemHandle);
         pAdp->ulMemHandle = 0u;
     }
-    ZAN_Frame_WithdrawRegs(pCompCtx, pAdp);
-    KOL_Free_F(pAdp, ZAN_VRRP_ADP_FILE, 121);
-    pCompCtx->pAdpSlot = nullptr;
+    // The context itself stays in the slot, ended: the framework keeps its registrations, and
+    // the next ZAN_VrrpAdp_Get starts it afresh.
+    pAdp->bLive = 0;
 }
 
 uint32_t ZAN_VrrpAdp_RegCallBack(ZAN_VRRP_ADP_S *pAdp, const ZAN_VRRP_CALLBACK_S *pCallBack)
@@ -163,12 +174,18 @@ uint32_t ZAN_VrrpAdp_SetWorkState(ZAN_VRRP_ADP_S *pAdp, uint32_t ulOn)
 uint32_t ZAN_VrrpAdp_Flush_(void *pvAdp)
 {
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
+    if (pAdp->bLive == 0u) {
+        return 0;
+    }
     return ZAN_CompAdp_ScanInstTbl(&pAdp->stAdpBase, ZAN_VrrpInst_Flush);
 }
 
 uint32_t ZAN_VrrpAdp_Fcm_(void *pMsg, void *pvAdp)
 {
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
+    if (pAdp->bLive == 0u) {
+        return 0;
+    }
     if (MSG_DataSizeGet(pMsg) < ZAN_VRRP_FCM_PID_OFF + sizeof(uint32_t)) {
         pAdp->stDropStat.ulShortFcm++;
         return 0;

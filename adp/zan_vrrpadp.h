@@ -101,7 +101,7 @@ typedef struct ZAN_VRRP_ADP_EVT_STAT {
 /* Counters not in the display: messages the receive path refused as malformed. */
 typedef struct ZAN_VRRP_ADP_DROP_STAT {
     uint32_t ulShortMsg;   /* fewer than 20 bytes delivered */
-    uint32_t ulBadMsgLen;  /* usMsgLen below 20 or beyond the delivered size */
+    uint32_t ulBadMsgLen;  /* usMsgLen beyond the delivered size */
     uint32_t ulShortFcm;   /* flow-control message too short to hold its pid */
 } ZAN_VRRP_ADP_DROP_STAT_S;
 
@@ -109,7 +109,7 @@ typedef struct ZAN_VRRP_ADP_DROP_STAT {
 typedef struct ZAN_VRRP_ADP_FW_STAT {
     uint32_t ulInstInit;   /* ZAN_CompInst_Init refused: the instance was not created */
     uint32_t ulAddInst;    /* ZAN_CompAdp_AddInst refused: the instance was not created */
-    uint32_t ulStartWork;  /* ZAN_CompInst_StartWork refused: the instance waits for the framework's Up */
+    uint32_t ulStartWork;  /* ZAN_CompInst_StartWork refused: created all the same, it waits for the framework's Up */
     uint32_t ulDelInst;    /* ZAN_CompAdp_DelInst refused: the ended instance stays until it can go */
 } ZAN_VRRP_ADP_FW_STAT_S;
 
@@ -120,6 +120,12 @@ struct ZAN_VRRP_ADP {
     ZAN_LIST_LINK_S stDeployList;
     uint8_t bDebugOn;
     uint8_t bWorkOn;
+    /* 1 from a successful initialisation to ZAN_VrrpAdp_DeInit. The framework keeps what was
+     * registered with the context (there is no withdrawal), so a context that registered
+     * anything is never freed: it stays in the component's adapter slot, its handlers do
+     * nothing while it is not live, and the next ZAN_VrrpAdp_Get initialises it again. */
+    uint8_t bLive;
+    uint8_t bRegsMade; /* the initialisation reached the registrations */
     uint32_t aulRcvReqCnt[ZAN_VRRP_MSG_TYPE_NUM];
     uint32_t aulRcvAckCnt[ZAN_VRRP_MSG_TYPE_NUM];
     ZAN_VRRP_ADP_ERR_STAT_S stErrStat;
@@ -223,13 +229,22 @@ uint32_t ZAN_VrrpAdp_CreateInst_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t 
 uint32_t ZAN_VrrpAdp_DeleteInst_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid);
 /* Takes an ended instance out of the framework's table and frees it; non-zero when refused. */
 uint32_t ZAN_VrrpAdp_RemoveInst_(ZAN_VRRP_ADP_S *pAdp, struct ZAN_VRRP_INST *pInst);
-/* The instance of pid that takes part in the exchange: NULL also for one that has ended. */
+/* The instance of pid as the framework's lookup finds it, but NULL for one that has ended and
+ * stays in the framework's table only because its deletion was refused. */
 struct ZAN_VRRP_INST *ZAN_VrrpAdp_LiveInstOfPid_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid);
 uint32_t ZAN_VrrpAdp_AddDeployRel_(ZAN_VRRP_ADP_S *pAdp, const ZAN_VRRP_DEPLOY_REC_S *pRec);
 uint32_t ZAN_VrrpAdp_DelDeployRel_(ZAN_VRRP_ADP_S *pAdp, const ZAN_VRRP_DEPLOY_REC_S *pRec);
 ZAN_VRRP_DEPLOY_NODE_S *ZAN_VrrpAdp_FindDeployRel_(ZAN_LIST_LINK_S *pHead, const ZAN_VRRP_DEPLOY_REC_S *pRec);
 uint32_t ZAN_VrrpAdp_IsDeployRelOfPidEmpty_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid);
 struct ZAN_VRRP_INST *ZAN_VrrpAdp_FindInstByIfGroupId_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulIfGroupId);
+
+/* The component's adapter while it is live (initialised and not ended), else NULL. A context
+ * that is not live may stay in the adapter slot (see bLive). */
+static inline ZAN_VRRP_ADP_S *ZAN_VrrpAdp_LiveOf(const ZAN_COMP_CTX_S *pCompCtx)
+{
+    ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pCompCtx->pAdpSlot);
+    return (pAdp != nullptr && pAdp->bLive != 0u) ? pAdp : nullptr;
+}
 
 /* Makes a circular list empty: the head points at itself. */
 static inline void ZAN_VrrpAdp_ListInit(ZAN_LIST_LINK_S *pHead)

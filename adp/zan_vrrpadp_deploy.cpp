@@ -76,7 +76,7 @@ uint32_t ZAN_VrrpAdp_CreateInst_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t 
     ZAN_VRRP_INST_S *pOld = reinterpret_cast<ZAN_VRRP_INST_S *>(ZAN_CompAdp_FindInstByPid(&pAdp->stAdpBase, ulPid));
     if (pOld != nullptr) {
         // An instance whose deletion the framework refused is taken out now, then created anew.
-        if (pOld->bEnding == 0u) {
+        if (pOld->bEnded == 0u) {
             pAdp->stErrStat.usCrtSameInst++;
             return 0;
         }
@@ -112,9 +112,9 @@ uint32_t ZAN_VrrpAdp_CreateInst_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid, uint32_t 
         return 1;
     }
     if (pCompCtx->usStartInhibit == 0u && ZAN_CompInst_StartWork(&pInst->stInstHead) != 0u) {
-        // Not started: it waits for the framework's Up, as with the start inhibited.
+        // Not started: it waits for the framework's Up, as with the start inhibited. The
+        // instance is made all the same.
         pAdp->stFwStat.ulStartWork++;
-        return 1;
     }
     return 0;
 }
@@ -125,6 +125,7 @@ uint32_t ZAN_VrrpAdp_RemoveInst_(ZAN_VRRP_ADP_S *pAdp, ZAN_VRRP_INST_S *pInst)
         // Still in the framework's table: the ended record stays (the receive path, the flush
         // and the application's calls pass it by) until a later attempt or the memory handle's
         // end releases it.
+        pInst->bEnded = 1;
         pAdp->stFwStat.ulDelInst++;
         return 1;
     }
@@ -150,7 +151,7 @@ uint32_t ZAN_VrrpAdp_CreateDeploy_(void *pvAdp, const void *pvRec)
 {
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
     ZAN_VRRP_DEPLOY_REC_S stRec;
-    if (memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN) != 0u || stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
+    if (pAdp->bLive == 0u || memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN) != 0u || stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
         return 0;
     }
     pAdp->stEvtStat.usCrtDeploy++;
@@ -174,7 +175,7 @@ uint32_t ZAN_VrrpAdp_DeleteDeploy_(void *pvAdp, const void *pvRec)
 {
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
     ZAN_VRRP_DEPLOY_REC_S stRec;
-    if (memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN) != 0u || stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
+    if (pAdp->bLive == 0u || memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN) != 0u || stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
         return 0;
     }
     pAdp->stEvtStat.usDelDeploy++;

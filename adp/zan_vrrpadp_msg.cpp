@@ -17,7 +17,7 @@ uint32_t ZAN_VrrpAdp_TypeIndex_(uint16_t usType)
 ZAN_VRRP_INST_S *ZAN_VrrpAdp_LiveInstOfPid_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid)
 {
     ZAN_VRRP_INST_S *pInst = reinterpret_cast<ZAN_VRRP_INST_S *>(ZAN_CompAdp_FindInstByPid(&pAdp->stAdpBase, ulPid));
-    return (pInst != nullptr && pInst->bEnding == 0u) ? pInst : nullptr;
+    return (pInst != nullptr && pInst->bEnded == 0u) ? pInst : nullptr;
 }
 
 uint32_t ZAN_VrrpAdp_ProcMsg_(void *pvMsg, void *pvAdp)
@@ -25,16 +25,19 @@ uint32_t ZAN_VrrpAdp_ProcMsg_(void *pvMsg, void *pvAdp)
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
     uint8_t *pMsg = static_cast<uint8_t *>(pvMsg);
 
+    if (pAdp->bLive == 0u) {
+        return 0;  // an ended adapter: the framework still knows its handler
+    }
     // The handlers take usMsgLen as the message's length: a buffer shorter than the header, or
-    // a length field that claims less than a header or more than was delivered, is refused
-    // before any byte beyond the delivered size is read.
+    // a length field that claims more than was delivered, is refused before any byte beyond
+    // the delivered size is read. A length field below the header's size is dispatched; only
+    // the echo, which would copy the header, refuses it (ZAN_VrrpInst_SendAck).
     const uint32_t ulSize = MSG_DataSizeGet(pMsg);
     if (ulSize < ZAN_VRRP_MSG_HDR_LEN) {
         pAdp->stDropStat.ulShortMsg++;
         return 0;
     }
-    const uint16_t usMsgLen = ZAN_VrrpAdp_GetBe16(pMsg + ZAN_VRRP_HDR_MSGLEN);
-    if (usMsgLen < ZAN_VRRP_MSG_HDR_LEN || usMsgLen > ulSize) {
+    if (ZAN_VrrpAdp_GetBe16(pMsg + ZAN_VRRP_HDR_MSGLEN) > ulSize) {
         pAdp->stDropStat.ulBadMsgLen++;
         return 0;
     }

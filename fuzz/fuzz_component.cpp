@@ -180,7 +180,7 @@ ZAN_VRRP_CALLBACK_S Table(uint16_t mask);
 // ZAN_VrrpAdp_Get; an adapter it makes anew has an empty callback table.
 void GetAdapter()
 {
-    const bool existed = host::Ctx()->pAdpSlot != nullptr;
+    const bool existed = ZAN_VrrpAdp_LiveOf(host::Ctx()) != nullptr;
     g.adp = ZAN_VrrpAdp_Get(host::Ctx());
     if (g.adp != nullptr && !existed) {
         for (int s = 0; s < SlotCount; s++) {

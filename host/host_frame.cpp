@@ -1,5 +1,5 @@
 // Component framework of the host: adapter base with its instance table (ordered by pid),
-// instance heads, message-handler and configuration-callback registries, withdrawal.
+// instance heads, message-handler and configuration-callback registries.
 #include <algorithm>
 #include <cstring>
 
@@ -91,18 +91,19 @@ bool SetStatus(uint32_t pid, uint32_t value)
     return true;
 }
 
-std::vector<std::string> Registrations()
+std::vector<Registration> Registrations()
 {
-    std::vector<std::string> regs;
+    std::vector<Registration> regs;
     for (const auto &entry : W().frame.msgRegs) {
-        regs.push_back("message class " + std::to_string(entry.first));
+        regs.push_back({"message class " + std::to_string(entry.first), entry.second.pArg});
     }
     for (const auto &entry : W().frame.cfgRegs) {
-        regs.push_back("configuration table " + std::to_string(entry.first.first) + " op " +
-                       std::to_string(entry.first.second));
+        regs.push_back({"configuration table " + std::to_string(entry.first.first) + " op " +
+                            std::to_string(entry.first.second),
+                        entry.second.pArg});
     }
     for (const auto &entry : W().cli.commands) {
-        regs.push_back("command " + entry.first);
+        regs.push_back({"command " + entry.first, entry.second.pArg});
     }
     return regs;
 }
@@ -291,14 +292,6 @@ uint32_t ZAN_SMP_RegCfgCallBack(ZAN_CFG_OBJ_S *pCfgObj, uint32_t ulTblId, uint32
     }
     W().frame.cfgRegs[{ulTblId, ulOp}] = host::CfgReg{pfn, pArg, ulRecLen};
     return 0;
-}
-
-void ZAN_Frame_WithdrawRegs(ZAN_COMP_CTX_S *pCompCtx, void *pArg)
-{
-    (void)pCompCtx;
-    std::erase_if(W().frame.msgRegs, [pArg](const auto &entry) { return entry.second.pArg == pArg; });
-    std::erase_if(W().frame.cfgRegs, [pArg](const auto &entry) { return entry.second.pArg == pArg; });
-    std::erase_if(W().cli.commands, [pArg](const auto &entry) { return entry.second.pArg == pArg; });
 }
 
 }  // extern "C"

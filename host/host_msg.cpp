@@ -59,14 +59,11 @@ void SetSendHook(std::function<void(const SentMsg &)> hook)
     W().msg.sendHook = std::move(hook);
 }
 
+// Every adapter base the host makes gets the same class; its handler stays registered until
+// the world ends or a new registration replaces it.
 uint16_t AdapterMsgClass()
 {
-    const ZAN_COMP_ADP_S *adp = W().frame.current;
-    if (adp == nullptr) {
-        return 0;
-    }
-    auto it = W().frame.msgRegs.find(adp->usMsgClass);
-    return it == W().frame.msgRegs.end() ? 0u : adp->usMsgClass;
+    return W().frame.msgRegs.count(kAdapterMsgClass) != 0u ? kAdapterMsgClass : 0u;
 }
 
 bool DeliverMsg(uint32_t pid, const std::vector<uint8_t> &bytes, std::optional<uint32_t> deliveredSize)

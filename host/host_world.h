@@ -95,9 +95,14 @@ bool DeliverFcm(uint32_t pid);
 bool RunFlush();
 // The message class the adapter registered its handler for (0: none).
 uint16_t AdapterMsgClass();
-// Every registration in force, described: message handlers ("message class N"), configuration
-// callbacks ("configuration table T op O") and diagnostic commands ("command NAME").
-std::vector<std::string> Registrations();
+// Every registration in force (the framework keeps one until the component ends, or until a new
+// one for the same class, table and operation, or command replaces it): described as "message
+// class N", "configuration table T op O" or "command NAME", with the argument it was made with.
+struct Registration {
+    std::string what;
+    const void *arg = nullptr;
+};
+std::vector<Registration> Registrations();
 
 // Configuration: calls the callback registered for (table, op) with the record.
 // Returns the callback's result, or nullopt when none is registered.

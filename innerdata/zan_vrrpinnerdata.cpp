@@ -239,6 +239,9 @@ uint32_t ZAN_VrrpInnerData_Init(ZAN_VRRP_ADP_S *pAdp)
 uint32_t ZAN_VrrpInnerData_Proc_(ZAN_INNERDATA_REQ_S *pReq, ZAN_CLI_CMD_S *pCmd, void *pvAdp)
 {
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
+    if (pAdp->bLive == 0u) {
+        return 1;  // an ended adapter has no memory handle to print from
+    }
     uint8_t *pucRec = static_cast<uint8_t *>(
         KOL_Malloc_F(pAdp->ulMemHandle, g_aucKolMemPt[0], ZAN_INNERDATA_REC_LEN, ZAN_VRRP_INNERDATA_FILE, LINE_MALLOC_REC));
     if (pucRec == nullptr) {

@@ -10,11 +10,11 @@ namespace {
 // Memory and assertion tags of this file.
 constexpr uint32_t LINE_ASSERT_LEN = 232;
 constexpr uint32_t LINE_ASSERT_COPY = 233;
+constexpr uint32_t LINE_FREE_OTHER_SUB = 246;
 constexpr uint32_t LINE_MALLOC_SUB = 250;
-constexpr uint32_t LINE_FREE_SPARE_SUB = 251;
 constexpr uint32_t LINE_FREE_REFUSED_SUB = 252;
+constexpr uint32_t LINE_FREE_OTHER_UNSUB = 302;
 constexpr uint32_t LINE_MALLOC_UNSUB = 306;
-constexpr uint32_t LINE_FREE_SPARE_UNSUB = 307;
 constexpr uint32_t LINE_FREE_REFUSED_UNSUB = 308;
 constexpr uint32_t LINE_FREE_CLEAR = 380;
 constexpr uint32_t LINE_FREE_UNSUBED = 420;
@@ -43,22 +43,11 @@ uint32_t ZAN_VrrpInst_BuildItemKey_(const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_T
     return 0;
 }
 
-// The key an add looks for. The compare notes the item that has it, so that one descent of
-// the tree both inserts a new item and finds the one already there.
-struct ZAN_VRRP_ITEM_PROBE_S {
-    uint8_t aucKey[ZAN_VRRP_ITEM_KEY_LEN];
-    ZAN_VRRP_SUB_ITEM_S *pFound;
-};
-
-uint32_t ZAN_VrrpInst_ProbeCmp_(const ZAN_RBT_NODE_S *pNode, const void *pKey)
+// The item holding the 32-byte item key, in either group, or NULL.
+ZAN_VRRP_SUB_ITEM_S *ZAN_VrrpInst_FindItem_(ZAN_VRRP_INST_S *pInst, const uint8_t *pucKey)
 {
-    const uint32_t ulRet = ZAN_VrrpInst_SubItemCmpKey_(pNode, pKey);
-    if (ulRet == 0u) {
-        // The probe is the add's own writable object; the tree only passes it through.
-        const_cast<ZAN_VRRP_ITEM_PROBE_S *>(static_cast<const ZAN_VRRP_ITEM_PROBE_S *>(pKey))->pFound =
-            ZAN_VrrpInst_ItemOfNode_(pNode);
-    }
-    return ulRet;
+    ZAN_RBT_NODE_S *pNode = ZAN_RBT_LookupNode(&pInst->stItemTree, pucKey, ZAN_VrrpInst_SubItemCmpKey_);
+    return (pNode != nullptr) ? ZAN_VrrpInst_ItemOfNode_(pNode) : nullptr;
 }
 
 void ZAN_VrrpInst_ListInit_(ZAN_LIST_LINK_S *pHead)
@@ -165,10 +154,9 @@ void ZAN_VrrpInst_RelinkFromTree_(ZAN_VRRP_INST_S *pInst, uint32_t ulGroup, uint
 // What differs between adding to the subscribe group and to the unsubscribe group.
 struct ZAN_VRRP_ADD_SIDE_S {
     uint8_t ucGroup;
-    bool bLookupFirst;  // the key is usually stored already: look before taking a block
     bool bCountBeforeTrace;
     uint32_t ulMallocLine;
-    uint32_t ulSpareLine;
+    uint32_t ulFreeOtherLine;
     uint32_t ulRefusedLine;
     uint32_t ulSameLine;
     const char *pcSame;
@@ -178,10 +166,9 @@ struct ZAN_VRRP_ADD_SIDE_S {
 };
 
 const ZAN_VRRP_ADD_SIDE_S g_stAddSub = {ZAN_VRRP_GROUP_SUB,
-                                        false,
                                         true,
                                         LINE_MALLOC_SUB,
-                                        LINE_FREE_SPARE_SUB,
+                                        LINE_FREE_OTHER_SUB,
                                         LINE_FREE_REFUSED_SUB,
                                         238,
                                         "vrrp-inst add subscribe item, find same item.",
@@ -189,10 +176,9 @@ const ZAN_VRRP_ADD_SIDE_S g_stAddSub = {ZAN_VRRP_GROUP_SUB,
                                         "vrrp-inst add subscribe item, find item in unsubscibe group.",
                                         &ZAN_VRRP_INST_ERR_STAT_S::usRepeatSub};
 const ZAN_VRRP_ADD_SIDE_S g_stAddUnSub = {ZAN_VRRP_GROUP_UNSUB,
-                                          true,
                                           false,
                                           LINE_MALLOC_UNSUB,
-                                          LINE_FREE_SPARE_UNSUB,
+                                          LINE_FREE_OTHER_UNSUB,
                                           LINE_FREE_REFUSED_UNSUB,
                                           293,
                                           "vrrp-inst add unsubscribe item, find same item.",
@@ -209,57 +195,25 @@ void ZAN_VrrpInst_SetPending_(ZAN_VRRP_INST_S *pInst, uint8_t ucGroup)
     }
 }
 
-// Stores the item in the side's group in state 0. A new key gets a new item; a key already in
-// the group is a repeat; a key waiting in the other group is withdrawn there, whatever its
-// state, and its item is reused as it is. The traces come last, as they hand control to the
-// application, which may add, withdraw or take the instance down from there.
-// One descent for the usual case of each side: a subscription is usually new, so the block is
-// taken first and the descent that inserts it also meets a stored key (the block is then given
-// back); an unsubscription usually names a subscribed item, so it looks first and reuses the
-// item without taking a block.
+void ZAN_VrrpInst_FreeItem_(ZAN_VRRP_INST_S *pInst, ZAN_VRRP_SUB_ITEM_S *pItem, uint32_t ulLine)
+{
+    ZAN_VrrpInst_UnlinkItem_(pInst, pItem);
+    WUX_RBT_RemoveNode(&pInst->stItemTree, &pItem->stNode);
+    KOL_Free_F(pItem, ZAN_VRRP_INST_FILE, ulLine);
+}
+
+// Stores the item in the side's group in state 0. A key already in the group is a repeat and
+// takes no block; a key waiting in the other group is removed there and freed, whatever its
+// state, and a new item is allocated.
 uint32_t ZAN_VrrpInst_StoreItem_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_ADD_SIDE_S *pSide, const ZAN_VRRP_TLV_S *pKey,
                                  const ZAN_VRRP_TLV_S *pSub)
 {
-    ZAN_VRRP_ITEM_PROBE_S stProbe;
-    stProbe.pFound = nullptr;
-    if (ZAN_VrrpInst_BuildItemKey_(pKey, pSub, stProbe.aucKey) != 0u) {
+    uint8_t aucKey[ZAN_VRRP_ITEM_KEY_LEN];
+    if (ZAN_VrrpInst_BuildItemKey_(pKey, pSub, aucKey) != 0u) {
         return ZAN_VRRP_ALL_ONES;
     }
-    if (pSide->bLookupFirst) {
-        (void)ZAN_RBT_LookupNode(&pInst->stItemTree, &stProbe, ZAN_VrrpInst_ProbeCmp_);
-    }
-    if (stProbe.pFound == nullptr) {
-        ZAN_VRRP_SUB_ITEM_S *pNew = static_cast<ZAN_VRRP_SUB_ITEM_S *>(
-            KOL_Malloc_F(pInst->MemHandle, g_aucKolMemPt[0], sizeof(ZAN_VRRP_SUB_ITEM_S), ZAN_VRRP_INST_FILE,
-                         pSide->ulMallocLine));
-        if (pNew != nullptr) {
-            (void)memset_s(pNew, sizeof(*pNew), 0, sizeof(*pNew));
-            (void)memcpy_s(pNew->aucKey, sizeof(pNew->aucKey), stProbe.aucKey, ZAN_VRRP_ITEM_KEY_LEN);
-            pNew->ucGroup = pSide->ucGroup;
-            if (ZAN_RBT_AddNode(&pInst->stItemTree, &pNew->stNode, &stProbe, ZAN_VrrpInst_ProbeCmp_) == 0u) {
-                ZAN_VrrpInst_LinkItem_(pInst, pNew, SUB_ITEM_STATE_INIT);
-                ZAN_VrrpInst_SetPending_(pInst, pSide->ucGroup);
-                return 0;
-            }
-            KOL_Free_F(pNew, ZAN_VRRP_INST_FILE,
-                       (stProbe.pFound != nullptr) ? pSide->ulSpareLine : pSide->ulRefusedLine);
-            if (stProbe.pFound == nullptr) {
-                pInst->stDropStat.ulItemInsert++;  // the tree refused a key it does not hold
-                return ZAN_VRRP_ALL_ONES;
-            }
-        } else {
-            // Without a block, a key already stored can still be a repeat or change group.
-            if (!pSide->bLookupFirst) {
-                (void)ZAN_RBT_LookupNode(&pInst->stItemTree, &stProbe, ZAN_VrrpInst_ProbeCmp_);
-            }
-            if (stProbe.pFound == nullptr) {
-                pInst->stErrStat.usMAlloc++;
-                return ZAN_VRRP_ALL_ONES;
-            }
-        }
-    }
-    ZAN_VRRP_SUB_ITEM_S *pItem = stProbe.pFound;
-    if (pItem->ucGroup == pSide->ucGroup) {
+    ZAN_VRRP_SUB_ITEM_S *pFound = ZAN_VrrpInst_FindItem_(pInst, aucKey);
+    if (pFound != nullptr && pFound->ucGroup == pSide->ucGroup) {
         if (pSide->bCountBeforeTrace) {
             pInst->stErrStat.*(pSide->pRepeat) += 1;
         }
@@ -269,11 +223,40 @@ uint32_t ZAN_VrrpInst_StoreItem_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_ADD_SIDE
         }
         return 0;
     }
-    ZAN_VrrpInst_UnlinkItem_(pInst, pItem);
-    pItem->ucGroup = pSide->ucGroup;
-    ZAN_VrrpInst_LinkItem_(pInst, pItem, SUB_ITEM_STATE_INIT);
+    if (pFound != nullptr) {
+        // The trace hands control to the application. A down made there ended the add with
+        // the instance's items; any other call may have changed this key's items, so the key
+        // is looked up again before its item in the other group is freed.
+        const uint32_t ulDownCnt = pInst->ulDownCnt;
+        ZAN_VRRP_INST_TRACE(pInst, pSide->ulOtherLine, "%s", pSide->pcOther);
+        if (pInst->ulDownCnt != ulDownCnt) {
+            return 0;
+        }
+        pFound = ZAN_VrrpInst_FindItem_(pInst, aucKey);
+        if (pFound != nullptr && pFound->ucGroup == pSide->ucGroup) {
+            return 0;  // the application stored it from the trace
+        }
+        if (pFound != nullptr) {
+            ZAN_VrrpInst_FreeItem_(pInst, pFound, pSide->ulFreeOtherLine);
+        }
+    }
+    ZAN_VRRP_SUB_ITEM_S *pNew = static_cast<ZAN_VRRP_SUB_ITEM_S *>(KOL_Malloc_F(
+        pInst->MemHandle, g_aucKolMemPt[0], sizeof(ZAN_VRRP_SUB_ITEM_S), ZAN_VRRP_INST_FILE, pSide->ulMallocLine));
+    if (pNew == nullptr) {
+        pInst->stErrStat.usMAlloc++;
+        return ZAN_VRRP_ALL_ONES;
+    }
+    (void)memset_s(pNew, sizeof(*pNew), 0, sizeof(*pNew));
+    (void)memcpy_s(pNew->aucKey, sizeof(pNew->aucKey), aucKey, ZAN_VRRP_ITEM_KEY_LEN);
+    pNew->ucGroup = pSide->ucGroup;
+    if (ZAN_RBT_AddNode(&pInst->stItemTree, &pNew->stNode, aucKey, ZAN_VrrpInst_SubItemCmpKey_) == 0u) {
+        ZAN_VrrpInst_LinkItem_(pInst, pNew, SUB_ITEM_STATE_INIT);
+    } else {
+        // The tree refused the node (it holds no item with this key): the block is not kept.
+        pInst->stDropStat.ulItemInsert++;
+        KOL_Free_F(pNew, ZAN_VRRP_INST_FILE, pSide->ulRefusedLine);
+    }
     ZAN_VrrpInst_SetPending_(pInst, pSide->ucGroup);
-    ZAN_VRRP_INST_TRACE(pInst, pSide->ulOtherLine, "%s", pSide->pcOther);
     return 0;
 }
 
@@ -452,9 +435,6 @@ void ZAN_VrrpInst_DeleteUnSubedItem_(ZAN_VRRP_INST_S *pInst)
 {
     ZAN_LIST_LINK_S *pHead = &pInst->astGroup[ZAN_VRRP_GROUP_UNSUB].astList[SUB_ITEM_STATE_SENT];
     while (pHead->pNext != pHead) {
-        ZAN_VRRP_SUB_ITEM_S *pItem = ZAN_VrrpInst_ItemOfLink_(pHead->pNext);
-        ZAN_VrrpInst_UnlinkItem_(pInst, pItem);
-        WUX_RBT_RemoveNode(&pInst->stItemTree, &pItem->stNode);
-        KOL_Free_F(pItem, ZAN_VRRP_INST_FILE, LINE_FREE_UNSUBED);
+        ZAN_VrrpInst_FreeItem_(pInst, ZAN_VrrpInst_ItemOfLink_(pHead->pNext), LINE_FREE_UNSUBED);
     }
 }

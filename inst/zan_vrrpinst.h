@@ -69,13 +69,13 @@ typedef struct ZAN_VRRP_INST_EVT_STAT {
     uint16_t usReNotify;
 } ZAN_VRRP_INST_EVT_STAT_S;
 
-/* Not in the display: records the receive path refused as malformed, by reason (each refusal
- * also counts GenKey, the display's count of malformed records), and items the tree refused. */
+/* Not in the display: what the instance refused because it would read or write outside a
+ * buffer, and items the tree refused. */
 typedef struct ZAN_VRRP_INST_DROP_STAT {
-    uint32_t ulRecPastEnd; /* a record, its key TLV or its data TLV would run past usMsgLen */
-    uint32_t ulRecType;    /* a record type other than 3002, 3003 and 3004 */
-    uint32_t ulRecLen;     /* a record length too short for the record's own key and data TLVs */
-    uint32_t ulItemInsert; /* a subscription item the tree service refused (freed, the add failed) */
+    uint32_t ulRecPastEnd; /* a record, its key TLV or its data TLV would run past usMsgLen (also
+                              counted in GenKey, as a malformed record) */
+    uint32_t ulShortEcho;  /* a request whose usMsgLen is below 20 was not echoed */
+    uint32_t ulItemInsert; /* a subscription item the tree service refused (freed; the add still returns 0) */
 } ZAN_VRRP_INST_DROP_STAT_S;
 
 /* One group of subscription items. Its items are in the instance's item tree, and each one is
@@ -103,7 +103,9 @@ typedef struct ZAN_VRRP_INST {
     uint8_t ucUnSubFcState : 2;
     uint8_t bWorkOn : 1;
     uint8_t bDownBusy : 1; /* a Down_ is running: see ZAN_VrrpInst_Down_ */
-    uint8_t bEnding;       /* ZAN_VrrpInst_DeInit has run: the instance is about to be freed */
+    uint8_t bEnding;       /* ZAN_VrrpInst_DeInit has begun: the instance is about to be freed */
+    uint8_t bEnded;        /* taken down for good; left in the framework's table, which refused to
+                              delete it, until it can be freed */
     uint32_t State;
     ZAN_RBT_HEAD_S stItemTree; /* the items of both groups, by item key: a key is in one group */
     ZAN_VRRP_ITEM_GROUP_S astGroup[ZAN_VRRP_GROUP_NUM];
@@ -178,6 +180,8 @@ static inline ZAN_COMP_CTX_S *ZAN_VrrpInst_Ctx(const ZAN_VRRP_INST_S *pInst)
         }                                                                                    \
     } while (0)
 
+/* The item holding the 32-byte item key, in either group, or NULL. */
+struct ZAN_VRRP_SUB_ITEM;
 /* Stops one of the instance's timers if it runs and clears its handle. */
 void ZAN_VrrpInst_StopTmr_(ZAN_VRRP_INST_S *pInst, uint32_t *pulTmr);
 

@@ -12,7 +12,6 @@ constexpr uint16_t ZAN_VRRP_TLV_HDR_LEN = 4;   // TLV type, TLV length
 constexpr uint16_t ZAN_VRRP_REC_TYPE_PLAIN = 3002;
 constexpr uint16_t ZAN_VRRP_REC_TYPE_WORD = 3003;
 constexpr uint16_t ZAN_VRRP_REC_TYPE_DWORD = 3004;
-constexpr uint32_t ZAN_VRRP_KEY_HEAD_WORD = ((uint32_t)ZAN_VRRP_KEY_TLV_TYPE << 16) | ZAN_VRRP_KEY_TLV_LEN;
 
 // A header word (two 16-bit fields) as it lies in memory, read as a host-order word: on the
 // wire (network order) or once converted (each field in host order).
@@ -40,8 +39,9 @@ constexpr uint32_t ZAN_VRRP_PLAIN_HOST[3] = {
     ZAN_VrrpInst_HostWord_(ZAN_VRRP_DATA_TLV_TYPE, 8)};
 
 // Where a record's key TLV starts: after the record header and the bytes the consumer does not
-// read (none, 4 or 8 of them). 0 for a record type the consumer does not know.
-uint32_t ZAN_VrrpInst_RecKeyOff_(uint16_t usRecType)
+// read (none, 4 or 8 of them). A record of another type keeps the previous record's position
+// (0 for the first record, whose own header is then read as the key TLV's).
+uint32_t ZAN_VrrpInst_RecKeyOff_(uint16_t usRecType, uint32_t ulPrevKeyOff)
 {
     switch (usRecType) {
         case ZAN_VRRP_REC_TYPE_PLAIN:
@@ -51,58 +51,16 @@ uint32_t ZAN_VrrpInst_RecKeyOff_(uint16_t usRecType)
         case ZAN_VRRP_REC_TYPE_DWORD:
             return 12;
         default:
-            return 0;
+            return ulPrevKeyOff;
     }
 }
 
-// The bounds of a record are checked before any of it is converted or handed over. A record
-// that fails them is malformed: its reason is counted, and the parser counts GenKey and drops
-// the rest of the message as for a record whose key TLV is not the 3001/8 key.
-// - The record, its key TLV or its data TLV would run past usMsgLen: nothing beyond the
-//   received message is read.
-// - A record type other than 3002, 3003, 3004: where its key lies is unknown.
-// - A record length too short for the record's own TLVs: the next record would start inside
-//   this one, among words already converted in place.
-
-// The record header at pucRec, with ulRoom bytes left up to usMsgLen, and the key TLV header
-// lie within the message and the record. 0: *pulKeyOff and *pulRecSize (header included) set.
-uint32_t ZAN_VrrpInst_CheckRecHead_(ZAN_VRRP_INST_S *pInst, const uint8_t *pucRec, uint32_t ulRoom,
-                                    uint32_t *pulKeyOff, uint32_t *pulRecSize)
+// A record that would run past the message is malformed: counted as one whose key TLV is not
+// the 3001/8 key, and the rest of the message is dropped.
+void ZAN_VrrpInst_PastEnd_(ZAN_VRRP_INST_S *pInst)
 {
-    if (ulRoom < ZAN_VRRP_REC_HDR_LEN) {
-        pInst->stDropStat.ulRecPastEnd++;
-        return 1;
-    }
-    const uint32_t ulKeyOff = ZAN_VrrpInst_RecKeyOff_(ZAN_VrrpAdp_GetBe16(pucRec));
-    if (ulKeyOff == 0u) {
-        pInst->stDropStat.ulRecType++;
-        return 1;
-    }
-    const uint32_t ulRecSize = (uint32_t)ZAN_VrrpAdp_GetBe16(pucRec + 2) + ZAN_VRRP_REC_HDR_LEN;
-    if (ulRecSize > ulRoom) {
-        pInst->stDropStat.ulRecPastEnd++;
-        return 1;
-    }
-    // From here on whatever lies within the record lies within the message.
-    if (ulKeyOff + ZAN_VRRP_TLV_HDR_LEN > ulRecSize) {
-        pInst->stDropStat.ulRecLen++;
-        return 1;
-    }
-    *pulKeyOff = ulKeyOff;
-    *pulRecSize = ulRecSize;
-    return 0;
-}
-
-// The data TLV at ulDataOff (still in network order) lies within the record.
-uint32_t ZAN_VrrpInst_CheckRecData_(ZAN_VRRP_INST_S *pInst, const uint8_t *pucRec, uint32_t ulDataOff,
-                                    uint32_t ulRecSize)
-{
-    if (ulDataOff + ZAN_VRRP_TLV_HDR_LEN > ulRecSize ||
-        ulDataOff + ZAN_VRRP_TLV_HDR_LEN + ZAN_VrrpAdp_GetBe16(pucRec + ulDataOff + 2) > ulRecSize) {
-        pInst->stDropStat.ulRecLen++;
-        return 1;
-    }
-    return 0;
+    pInst->stDropStat.ulRecPastEnd++;
+    pInst->stErrStat.usGenKey++;
 }
 
 // A sequence error: traced, then reported by a notify event, unless the application took the
@@ -116,9 +74,10 @@ void ZAN_VrrpInst_SeqErr_(ZAN_VRRP_INST_S *pInst, uint32_t ulLine, uint32_t ulSe
     }
 }
 
-// Writes a header word read in network order back as its two 16-bit fields in host order.
-inline void ZAN_VrrpInst_ToHost16x2_(uint8_t *p, uint32_t ulWord)
+// Converts a header word (two 16-bit fields) in place from network to host order.
+inline void ZAN_VrrpInst_ToHost16x2_(uint8_t *p)
 {
+    const uint32_t ulWord = ZAN_VrrpAdp_GetBe32(p);
     ZAN_VrrpAdp_PutHost16(p, (uint16_t)(ulWord >> 16));
     ZAN_VrrpAdp_PutHost16(p + 2, (uint16_t)ulWord);
 }
@@ -176,9 +135,10 @@ void ZAN_VrrpInst_ProcRealUpdate(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZA
 }
 
 // Records are handed over in any consumer state and whether or not a matching item is
-// subscribed. The receive path has made sure usMsgLen does not exceed the delivered bytes.
-// Each header (record, key TLV, data TLV) is read as one big-endian word and written back as
-// two host-order halves: the one pass over a record that converts it also checks it.
+// subscribed. The only bound is the message: a record's length says where the next one starts,
+// not how far its TLVs reach, and a record whose header, key TLV or data TLV would run past
+// usMsgLen is malformed (nothing beyond it is read). The receive path has made sure usMsgLen
+// does not exceed the delivered bytes.
 void ZAN_VrrpInst_ParseDataMsg_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg)
 {
     const uint32_t ulMsgLen = ZAN_VrrpAdp_GetBe16(pMsg + ZAN_VRRP_HDR_MSGLEN);
@@ -187,38 +147,53 @@ void ZAN_VrrpInst_ParseDataMsg_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg)
     }
     const uint32_t ulHandle = ZAN_VrrpInst_Ctx(pInst)->ulHandle;
     const uint32_t ulDownCnt = pInst->ulDownCnt;
+    uint32_t ulKeyOff = 0;
     uint32_t ulPos = ZAN_VRRP_MSG_HDR_LEN;
     while (ulPos < ulMsgLen) {
         uint8_t *pucRec = pMsg + ulPos;
+        const uint32_t ulRoom = ulMsgLen - ulPos;
         uint8_t *pucKey = pucRec + ZAN_VRRP_REC_HDR_LEN;
         uint8_t *pucData = pucRec + ZAN_VRRP_PLAIN_DATA_OFF;
         uint32_t ulRecSize = ZAN_VRRP_PLAIN_REC_SIZE;
-        if (ulMsgLen - ulPos >= ZAN_VRRP_PLAIN_REC_SIZE && ZAN_VrrpAdp_GetHost32(pucRec) == ZAN_VRRP_PLAIN_WIRE[0] &&
+        if (ulRoom >= ZAN_VRRP_PLAIN_REC_SIZE && ZAN_VrrpAdp_GetHost32(pucRec) == ZAN_VRRP_PLAIN_WIRE[0] &&
             ZAN_VrrpAdp_GetHost32(pucKey) == ZAN_VRRP_PLAIN_WIRE[1] &&
             ZAN_VrrpAdp_GetHost32(pucData) == ZAN_VRRP_PLAIN_WIRE[2]) {
             // The usual record, told by its three header words: it passes every check below.
             ZAN_VrrpAdp_PutHost32(pucRec, ZAN_VRRP_PLAIN_HOST[0]);
             ZAN_VrrpAdp_PutHost32(pucKey, ZAN_VRRP_PLAIN_HOST[1]);
             ZAN_VrrpAdp_PutHost32(pucData, ZAN_VRRP_PLAIN_HOST[2]);
+            ulKeyOff = ZAN_VRRP_REC_HDR_LEN;
         } else {
-            uint32_t ulKeyOff = 0;
-            if (ZAN_VrrpInst_CheckRecHead_(pInst, pucRec, ulMsgLen - ulPos, &ulKeyOff, &ulRecSize) != 0u) {
-                pInst->stErrStat.usGenKey++;
+            if (ulRoom < ZAN_VRRP_REC_HDR_LEN) {
+                ZAN_VrrpInst_PastEnd_(pInst);
+                return;
+            }
+            ZAN_VrrpInst_ToHost16x2_(pucRec);
+            ulRecSize = (uint32_t)ZAN_VrrpAdp_GetHost16(pucRec + 2) + ZAN_VRRP_REC_HDR_LEN;
+            ulKeyOff = ZAN_VrrpInst_RecKeyOff_(ZAN_VrrpAdp_GetHost16(pucRec), ulKeyOff);
+            if (ulRecSize > ulRoom || ulKeyOff + ZAN_VRRP_TLV_HDR_LEN > ulRoom) {
+                ZAN_VrrpInst_PastEnd_(pInst);
                 return;
             }
             pucKey = pucRec + ulKeyOff;
-            const uint32_t ulKeyHead = ZAN_VrrpAdp_GetBe32(pucKey);
-            ZAN_VrrpInst_ToHost16x2_(pucRec, ZAN_VrrpAdp_GetBe32(pucRec));
-            ZAN_VrrpInst_ToHost16x2_(pucKey, ulKeyHead);
-            const uint32_t ulDataOff = ulKeyOff + ZAN_VRRP_TLV_HDR_LEN + ZAN_VRRP_KEY_TLV_LEN;
-            if (ulKeyHead != ZAN_VRRP_KEY_HEAD_WORD ||
-                ZAN_VrrpInst_CheckRecData_(pInst, pucRec, ulDataOff, ulRecSize) != 0u) {
+            ZAN_VrrpInst_ToHost16x2_(pucKey);
+            if (ZAN_VrrpAdp_GetHost16(pucKey) != ZAN_VRRP_KEY_TLV_TYPE ||
+                ZAN_VrrpAdp_GetHost16(pucKey + 2) != ZAN_VRRP_KEY_TLV_LEN) {
                 // The rest of the message is dropped; records already handed over stay handed over.
                 pInst->stErrStat.usGenKey++;
                 return;
             }
+            const uint32_t ulDataOff = ulKeyOff + ZAN_VRRP_TLV_HDR_LEN + ZAN_VRRP_KEY_TLV_LEN;
+            if (ulDataOff + ZAN_VRRP_TLV_HDR_LEN > ulRoom) {
+                ZAN_VrrpInst_PastEnd_(pInst);
+                return;
+            }
             pucData = pucRec + ulDataOff;
-            ZAN_VrrpInst_ToHost16x2_(pucData, ZAN_VrrpAdp_GetBe32(pucData));
+            ZAN_VrrpInst_ToHost16x2_(pucData);
+            if (ulDataOff + ZAN_VRRP_TLV_HDR_LEN + ZAN_VrrpAdp_GetHost16(pucData + 2) > ulRoom) {
+                ZAN_VrrpInst_PastEnd_(pInst);
+                return;
+            }
         }
         // A required slot, read afresh for every record: the application may replace its table
         // from inside the callback. An empty slot is reported rather than called.

@@ -173,6 +173,11 @@ uint32_t ZAN_VrrpInst_Up_(void *pvInst)
 void ZAN_VrrpInst_SendAck(ZAN_VRRP_INST_S *pInst, const uint8_t *pMsg)
 {
     const uint16_t usLen = ZAN_VrrpAdp_GetBe16(pMsg + ZAN_VRRP_HDR_MSGLEN);
+    if (usLen < ZAN_VRRP_MSG_HDR_LEN) {
+        // The echo is usMsgLen bytes long and its header is 20: such a request is not echoed.
+        pInst->stDropStat.ulShortEcho++;
+        return;
+    }
     uint8_t *pAck = static_cast<uint8_t *>(KOL_MsgFlowCtrlAlloc_F(
         ZAN_VrrpInst_Ctx(pInst)->ulMsgAllocHandle, pInst->stInstHead.ulPid, usLen, ZAN_VRRP_INST_FILE, LINE_ALLOC_ACK));
     if (pAck == nullptr) {

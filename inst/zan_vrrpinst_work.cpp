@@ -10,6 +10,24 @@ constexpr uint32_t LINE_ASSERT_DOWN_CTX = 1206;
 constexpr uint32_t LINE_ASSERT_DOWN_ADP = 1207;
 constexpr uint32_t LINE_ASSERT_ITEMDOWN_CB = 1208;
 
+// The first item whose key is greater than pucKey. The item with that key, if still there (or
+// its replacement in the other group), leads to it directly; otherwise the tree is walked
+// from its start, which happens only when an item was withdrawn and could not be replaced.
+ZAN_RBT_NODE_S *ZAN_VrrpInst_NextAfterKey_(ZAN_VRRP_INST_S *pInst, const uint8_t *pucKey)
+{
+    ZAN_RBT_NODE_S *pNode = ZAN_RBT_LookupNode(&pInst->stItemTree, pucKey, ZAN_VrrpInst_SubItemCmpKey_);
+    if (pNode != nullptr) {
+        return WUX_RBT_NextNode(&pInst->stItemTree, pNode);
+    }
+    for (pNode = WUX_RBT_FirstNode(&pInst->stItemTree); pNode != nullptr;
+         pNode = WUX_RBT_NextNode(&pInst->stItemTree, pNode)) {
+        if (ZAN_VrrpInst_SubItemCmpKey_(pNode, pucKey) == 1u) {
+            return pNode;
+        }
+    }
+    return nullptr;
+}
+
 }  // namespace
 
 void ZAN_VrrpInst_NotifyVrrpDown_(ZAN_VRRP_INST_S *pInst)
@@ -30,22 +48,27 @@ void ZAN_VrrpInst_NotifyVrrpDown_(ZAN_VRRP_INST_S *pInst)
         return;
     }
     ZAN_VRRP_INST_TRACE(pInst, 1215, "vrrp-inst receive vrrp down.");
-    void (*pfnItemDown)(const void *, uint32_t) = pInst->pAdp->stCallBack.pfnItemDown;
-    if (pfnItemDown == nullptr) {
-        KOL_Assert(ZAN_VRRP_INST_FILE, LINE_ASSERT_ITEMDOWN_CB, 0);
-        return;
-    }
-    // The instance counts as unregistered while the items are reported: an add or withdrawal
-    // the application makes from inside pfnItemDown is ignored, as it would be a moment later,
-    // and cannot change the group being walked.
-    pInst->State = VRRP_INST_STATE_INIT;
+    // The instance is still registered while its items are reported: the application may add
+    // and withdraw items from pfnItemDown (the down frees them right after). A withdrawal frees
+    // the item it names, which may be the one just reported, so the walk does not keep a node
+    // across the callback: it finds its place again by the reported key.
     const uint32_t ulHandle = ZAN_VrrpInst_Ctx(pInst)->ulHandle;
-    for (ZAN_RBT_NODE_S *pNode = WUX_RBT_FirstNode(&pInst->stItemTree); pNode != nullptr;
-         pNode = WUX_RBT_NextNode(&pInst->stItemTree, pNode)) {
+    uint8_t aucLast[ZAN_VRRP_ITEM_KEY_LEN];
+    ZAN_RBT_NODE_S *pNode = WUX_RBT_FirstNode(&pInst->stItemTree);
+    while (pNode != nullptr) {
         const ZAN_VRRP_SUB_ITEM_S *pItem = reinterpret_cast<const ZAN_VRRP_SUB_ITEM_S *>(pNode);
-        if (pItem->ucGroup == ZAN_VRRP_GROUP_SUB && pItem->State == SUB_ITEM_STATE_SUBED) {
-            pfnItemDown(pItem->aucKey, ulHandle);
+        if (pItem->ucGroup != ZAN_VRRP_GROUP_SUB || pItem->State != SUB_ITEM_STATE_SUBED) {
+            pNode = WUX_RBT_NextNode(&pInst->stItemTree, pNode);
+            continue;
         }
+        void (*pfnItemDown)(const void *, uint32_t) = pInst->pAdp->stCallBack.pfnItemDown;
+        if (pfnItemDown == nullptr) {
+            KOL_Assert(ZAN_VRRP_INST_FILE, LINE_ASSERT_ITEMDOWN_CB, 0);
+            return;
+        }
+        (void)memcpy_s(aucLast, sizeof(aucLast), pItem->aucKey, ZAN_VRRP_ITEM_KEY_LEN);
+        pfnItemDown(pItem->aucKey, ulHandle);
+        pNode = ZAN_VrrpInst_NextAfterKey_(pInst, aucLast);
     }
 }
 
@@ -58,7 +81,8 @@ uint32_t ZAN_VrrpInst_Down_(void *pvInst)
     // Until it ends, the callbacks of a down (pfnItemDown, traces) cannot bring the instance
     // back: a nested Down_ does nothing (it must not free the items this one is walking), and
     // a work-state change only takes effect at the next Up, so nothing is started again on an
-    // instance that is being taken down, or deleted right after.
+    // instance that is being taken down, or deleted right after. Items the application adds
+    // meanwhile are freed by the clearing below.
     pInst->bDownBusy = 1;
     pInst->ulDownCnt++;
     ZAN_COMP_CTX_S *pCompCtx = ZAN_VrrpInst_Ctx(pInst);
@@ -123,15 +147,15 @@ uint32_t ZAN_VrrpInst_Flush(void *pvInst)
     if (pInst->bEnding != 0u) {
         return 0;  // ended, only left in the framework's table because it refused to remove it
     }
-    // Items added since the last flush go out together. The pending bit is cleared first: an
-    // item the application adds from a callback of the exchange marks it again for the next flush.
+    // Items added since the last flush go out together; each pending bit is cleared once the
+    // exchange it starts has been tried.
     if (pInst->bSubPending != 0u) {
-        pInst->bSubPending = 0;
         ZAN_VrrpInst_Subscribe_(pInst);
+        pInst->bSubPending = 0;
     }
     if (pInst->bUnSubPending != 0u) {
-        pInst->bUnSubPending = 0;
         ZAN_VrrpInst_UnSubscribe_(pInst);
+        pInst->bUnSubPending = 0;
     }
     return ZAN_VrrpProd_OnFlush(ZAN_VrrpInst_Ctx(pInst), pInst);
 }

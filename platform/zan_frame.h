@@ -77,7 +77,10 @@ uint32_t ZAN_CompAdp_ScanInstTbl(ZAN_COMP_ADP_S *pAdp, ZAN_INST_OP_PF pfn);
 uint32_t ZAN_CompInst_Init(ZAN_COMP_INST_S *pInst, uint32_t ulPid, ZAN_COMP_CTX_S *pCompCtx, uint32_t ulIfGroupId);
 uint32_t ZAN_CompInst_StartWork(ZAN_COMP_INST_S *pInst);
 
-/* Message handlers: pfnProc for every message of usMsgClass, pfnFlush when the framework flushes. */
+/* Message handlers: pfnProc for every message of usMsgClass, pfnFlush when the framework flushes.
+ * A registration lasts as long as the component (a new one for the same class replaces it);
+ * there is no withdrawal, so pArg must stay valid for the component's life. The same holds for
+ * configuration callbacks and inner-data commands. */
 typedef uint32_t (*ZAN_MSG_PROC_PF)(void *pMsg, void *pArg);
 typedef uint32_t (*ZAN_FLUSH_PF)(void *pArg);
 uint32_t ZAN_Frame_RegMsgProc(ZAN_COMP_CTX_S *pCompCtx, uint16_t usMsgClass, ZAN_MSG_PROC_PF pfnProc, void *pArg,
@@ -93,11 +96,6 @@ void ZAN_Frame_StopTmr(ZAN_COMP_CTX_S *pCompCtx, uint32_t ulHandle);
 typedef uint32_t (*ZAN_CFG_PF)(void *pArg, const void *pRec);
 uint32_t ZAN_SMP_RegCfgCallBack(ZAN_CFG_OBJ_S *pCfgObj, uint32_t ulTblId, uint32_t ulOp, uint32_t ulRecLen,
                                 ZAN_CFG_PF pfn, void *pArg);
-
-/* Withdraws every message handler, configuration callback and inner-data command that was
- * registered on pCompCtx with pArg as the callback argument. A component that frees that
- * argument calls it first, so that no registration can reach the freed record. */
-void ZAN_Frame_WithdrawRegs(ZAN_COMP_CTX_S *pCompCtx, void *pArg);
 
 #ifdef __cplusplus
 }

@@ -118,6 +118,12 @@ uint32_t ZAN_VrrpProd_OnFlush(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst);
 
 /* Data parts. */
 uint32_t ZAN_VrrpProd_CmpPart_(const ZAN_RBT_NODE_S *pNode, const void *pKey);
+/* Stores a new part (a zeroed block with copies of both TLVs) in the tree and at the tail of
+ * the time list; NULL when the block cannot be allocated or the tree refuses it. */
+ZAN_VRRP_PART_S *ZAN_VrrpProd_AddPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey,
+                                       const ZAN_VRRP_TLV_S *pData);
+/* The part in the tree with the 16-byte part key, or NULL. */
+ZAN_VRRP_PART_S *ZAN_VrrpProd_FindPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const uint8_t *pucKey);
 void ZAN_VrrpProd_DelPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, ZAN_VRRP_PART_S *pPart);
 uint32_t ZAN_VrrpProd_MovePart2WaitAck_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, ZAN_VRRP_PART_S *pPart);
 ZAN_VRRP_PART_S *ZAN_VrrpProd_GetFirstPartByTime_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,

@@ -34,11 +34,10 @@ uint32_t ZAN_VrrpProd_OnNotifyEvent(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *p
     }
     // The acknowledgement and the traces hand control to the application; a reset made there
     // (work off) ends the restart.
-    const uint32_t ulStateBefore = pProd->State;
     uint32_t ulResetCnt = pProd->ulResetCnt;
     (void)ZAN_VrrpProd_DoNotifyEventAck_(pCompCtx, pInst, pMsg);
     ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_NOTIFY_ACK_OK, "vrrp prod, OnNotifyEvent, send ack ok, %u, %u",
-                        pInst->IfGroupId, ulStateBefore);
+                        pInst->IfGroupId, (uint32_t)pProd->State);
     if (ZAN_VrrpProd_ResetSince_(pInst, ulResetCnt)) {
         return 0;
     }

@@ -11,6 +11,7 @@ enum : uint32_t {
     LINE_ADDPART_MALLOC_NG = 302,
     LINE_ADDPART_INSERT_NG = 316,
     LINE_ADDPART_FREE = 317,
+    LINE_ADDPART_COPY = 310,
     LINE_DELPART_FREE = 345,
     LINE_MOVE_NG = 380,
     LINE_SENDDATA_NG = 420,
@@ -119,83 +120,48 @@ uint32_t ZAN_VrrpProd_CmpStoredPart_(const ZAN_RBT_NODE_S *pNode, const void *pK
     return ZAN_VrrpProd_CmpWords_(pNode, pKey, g_aulStoredPartOrder);
 }
 
-// A block holding the key and data TLVs as given; not yet in the tree or a list.
-ZAN_VRRP_PART_S *ZAN_VrrpProd_NewPart_(ZAN_COMP_CTX_S *pCompCtx, const ZAN_VRRP_TLV_S *pKey, const ZAN_VRRP_TLV_S *pData)
+}  // namespace
+
+ZAN_VRRP_PART_S *ZAN_VrrpProd_AddPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey,
+                                       const ZAN_VRRP_TLV_S *pData)
 {
+    ZAN_VRRP_PROD_S *pProd = pInst->pProd;
+    const uint8_t *pucKeyTlv = reinterpret_cast<const uint8_t *>(pKey);
     const uint32_t ulKeySize = (uint32_t)pKey->usLen + 4u;
     const uint32_t ulDataSize = (uint32_t)pData->usLen + 4u;
     const uint32_t ulSize = (uint32_t)sizeof(ZAN_VRRP_PART_S) + ulKeySize + ulDataSize;
     ZAN_VRRP_PART_S *pPart = static_cast<ZAN_VRRP_PART_S *>(
         KOL_Malloc_F(pCompCtx->ulFwMemHandle, g_aucKolMemPt[0], ulSize, ZAN_VRRP_PROD_FILE, LINE_ADDPART_MALLOC));
     if (pPart == nullptr) {
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_ADDPART_MALLOC_NG, "vrrp prod, AddPart_, malloc ng, %u, %u",
+                            ZAN_VrrpProd_KeyWord_(pucKeyTlv), ZAN_VrrpProd_KeyByte_(pucKeyTlv));
         return nullptr;
     }
-    // The links are set when the part goes into the tree and a list. SendData admits only a
-    // key of 8 value bytes and data of 0 or 8, so the TLVs are copied with fixed sizes, which
-    // the block was just sized for.
+    (void)memset_s(pPart, ulSize, 0, ulSize);
     pPart->bWaitAck = 0;
     uint8_t *pucTlv = ZAN_VrrpProd_PartTlv(pPart);
-    memcpy(pucTlv, pKey, 4u + ZAN_VRRP_KEY_TLV_LEN);
-    if (ulDataSize == 4u + ZAN_VRRP_DATA_MAX_LEN) {
-        memcpy(pucTlv + 4u + ZAN_VRRP_KEY_TLV_LEN, pData, 4u + ZAN_VRRP_DATA_MAX_LEN);
-    } else {
-        memcpy(pucTlv + 4u + ZAN_VRRP_KEY_TLV_LEN, pData, 4u);
+    const uint32_t ulRoom = ulKeySize + ulDataSize;
+    uint32_t ulRet = memcpy_s(pucTlv, ulRoom, pKey, ulKeySize);
+    ulRet |= memcpy_s(pucTlv + ulKeySize, ulRoom - ulKeySize, pData, ulDataSize);
+    if (ulRet != 0u) {
+        KOL_Assert(ZAN_VRRP_PROD_FILE, LINE_ADDPART_COPY, 0);
     }
+    if (ZAN_RBT_AddNode(&pProd->stPartTree, &pPart->stTreeNode, pucTlv, ZAN_VrrpProd_CmpStoredPart_) != 0u) {
+        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_ADDPART_INSERT_NG, "vrrp prod, AddPart_, insert 2rbt ng, %u, %u",
+                            ZAN_VrrpProd_KeyWord_(pucKeyTlv), ZAN_VrrpProd_KeyByte_(pucKeyTlv));
+        KOL_Free_F(pPart, ZAN_VRRP_PROD_FILE, LINE_ADDPART_FREE);
+        return nullptr;
+    }
+    ZAN_VrrpProd_ListAppend_(&pProd->stPartList, &pPart->stListNode);
     return pPart;
 }
 
-// A stored datum changed: same key, so same lengths. The data bytes are overwritten and the
-// part goes to the end of the time list, as a new part would.
-void ZAN_VrrpProd_UpdatePart_(ZAN_VRRP_PROD_S *pProd, ZAN_VRRP_PART_S *pPart, const ZAN_VRRP_TLV_S *pData)
+ZAN_VRRP_PART_S *ZAN_VrrpProd_FindPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const uint8_t *pucKey)
 {
-    const uint32_t ulDataSize = (uint32_t)pData->usLen + 4u;
-    (void)memcpy_s(ZAN_VrrpProd_PartTlv(pPart) + 4u + ZAN_VRRP_KEY_TLV_LEN, ulDataSize, pData, ulDataSize);
-    ZAN_VrrpProd_ListUnlink_(&pPart->stListNode);
-    ZAN_VrrpProd_ListAppend_(&pProd->stPartList, &pPart->stListNode);
+    (void)pCompCtx;
+    ZAN_RBT_NODE_S *pNode = ZAN_RBT_LookupNode(&pInst->pProd->stPartTree, pucKey, ZAN_VrrpProd_CmpStoredPart_);
+    return (pNode != nullptr) ? ZAN_VrrpProd_PartOfTreeNode_(pNode) : nullptr;
 }
-
-// Stores a datum for sending. A key already stored (and not yet sent) has its part updated in
-// place: one descent, no block taken, so it cannot fail. Data change far more often than keys
-// come and go, so that is the path kept short; a new key costs the lookup, then the insert.
-// The part being packed is replaced instead: the packer sees it gone and skips it, and the new
-// part goes out in its turn.
-void ZAN_VrrpProd_StorePart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_TLV_S *pKey,
-                             const ZAN_VRRP_TLV_S *pData)
-{
-    ZAN_VRRP_PROD_S *pProd = pInst->pProd;
-    // Part key: the whole key TLV, then the data TLV's type and length.
-    uint8_t aucKey[ZAN_VRRP_PART_KEY_LEN];
-    const uint8_t *pucKeyTlv = reinterpret_cast<const uint8_t *>(pKey);
-    ZAN_VrrpAdp_PutHost32(aucKey, ZAN_VrrpAdp_GetHost32(pucKeyTlv));
-    ZAN_VrrpAdp_PutHost32(aucKey + 4, ZAN_VrrpAdp_GetHost32(pucKeyTlv + 4));
-    ZAN_VrrpAdp_PutHost32(aucKey + 8, ZAN_VrrpAdp_GetHost32(pucKeyTlv + 8));
-    ZAN_VrrpAdp_PutHost32(aucKey + 12, ZAN_VrrpAdp_GetHost32(reinterpret_cast<const uint8_t *>(pData)));
-    ZAN_RBT_NODE_S *pNode = ZAN_RBT_LookupNode(&pProd->stPartTree, aucKey, ZAN_VrrpProd_CmpStoredPart_);
-    if (pNode != nullptr) {
-        ZAN_VRRP_PART_S *pOld = ZAN_VrrpProd_PartOfTreeNode_(pNode);
-        if (pOld != pProd->pPinned) {
-            ZAN_VrrpProd_UpdatePart_(pProd, pOld, pData);
-            return;
-        }
-        ZAN_VrrpProd_DelPart_(pCompCtx, pInst, pOld);
-    }
-    ZAN_VRRP_PART_S *pNew = ZAN_VrrpProd_NewPart_(pCompCtx, pKey, pData);
-    if (pNew == nullptr) {
-        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_ADDPART_MALLOC_NG, "vrrp prod, AddPart_, malloc ng, %u, %u",
-                            ZAN_VrrpProd_KeyWord_(aucKey), ZAN_VrrpProd_KeyByte_(aucKey));
-        return;
-    }
-    if (ZAN_RBT_AddNode(&pProd->stPartTree, &pNew->stTreeNode, ZAN_VrrpProd_PartTlv(pNew),
-                        ZAN_VrrpProd_CmpStoredPart_) != 0u) {
-        ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_ADDPART_INSERT_NG, "vrrp prod, AddPart_, insert 2rbt ng, %u, %u",
-                            ZAN_VrrpProd_KeyWord_(aucKey), ZAN_VrrpProd_KeyByte_(aucKey));
-        KOL_Free_F(pNew, ZAN_VRRP_PROD_FILE, LINE_ADDPART_FREE);
-        return;
-    }
-    ZAN_VrrpProd_ListAppend_(&pProd->stPartList, &pNew->stListNode);
-}
-
-}  // namespace
 
 void ZAN_VrrpProd_DelPart_(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, ZAN_VRRP_PART_S *pPart)
 {
@@ -286,6 +252,18 @@ uint32_t ZAN_VrrpProd_SendData(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
     if (pProd->State != VRRP_PROD_STATE_BN_DATA && pProd->State != VRRP_PROD_STATE_RN_DATA) {
         return 0;
     }
-    ZAN_VrrpProd_StorePart_(pCompCtx, pInst, pKey, pData);
+    // Part key: a zeroed 16-byte area with the key TLV's three words and the data TLV's type
+    // and length. A datum replaces a stored, not yet sent one of the same key: the older part
+    // is deleted, and the datum is stored as a new part at the tail of the time order. When
+    // the new part cannot be stored, the older one is gone all the same.
+    uint8_t aucKey[ZAN_VRRP_PART_KEY_LEN];
+    (void)memset_s(aucKey, sizeof(aucKey), 0, sizeof(aucKey));
+    (void)memcpy_s(aucKey, sizeof(aucKey), pKey, 4u + ZAN_VRRP_KEY_TLV_LEN);
+    (void)memcpy_s(aucKey + 4u + ZAN_VRRP_KEY_TLV_LEN, sizeof(aucKey) - (4u + ZAN_VRRP_KEY_TLV_LEN), pData, 4u);
+    ZAN_VRRP_PART_S *pOld = ZAN_VrrpProd_FindPart_(pCompCtx, pInst, aucKey);
+    if (pOld != nullptr) {
+        ZAN_VrrpProd_DelPart_(pCompCtx, pInst, pOld);
+    }
+    (void)ZAN_VrrpProd_AddPart_(pCompCtx, pInst, pKey, pData);
     return 0;
 }

@@ -172,10 +172,16 @@ int main(void)
         return Fail("diagnostic command");
     }
 
+    /* Everything is released but the adapter context, which the framework's registrations
+     * still name; the next ZAN_VrrpAdp_Get starts it afresh. */
     ZAN_VrrpAdp_DeInit(ctx);
-    if (ZAN_Host_BlocksHeld() != 0u || ZAN_Host_Faults() != 0u) {
+    if (ZAN_Host_BlocksHeld() != 1u || ZAN_Host_Faults() != 0u) {
         return Fail("memory held or platform misuse after DeInit");
     }
+    if (ZAN_VrrpAdp_Get(ctx) != g_adp || ZAN_Host_BlocksHeld() != 1u) {
+        return Fail("a new adapter after DeInit");
+    }
+    ZAN_VrrpAdp_DeInit(ctx);
     printf("ok: %u registrations, %u record(s), %u debug lines\n", g_regAcks, g_records, g_debugLines);
     return 0;
 }

@@ -103,10 +103,10 @@ TEST(AllocFailure, ScenarioSurvivesAnySingleFailureAndReleasesEverything)
             Scenario();
             const bool reached = !host::FailArmed(k.kind);
             host::ClearFail();
-            EXPECT_EQ(host::BlocksOn(host::Ctx()->ulFwMemHandle), 0u);
+            EXPECT_EQ(libtest::FwBlocksBesideContext(), 0u);
             EXPECT_EQ(host::BlocksOn(host::LastCreatedHandle()), 0u);
             EXPECT_EQ(host::MsgsOutstanding(), 0u);
-            EXPECT_EQ(host::Ctx()->pAdpSlot, nullptr);
+            EXPECT_EQ(ZAN_VrrpAdp_LiveOf(host::Ctx()), nullptr);
             EXPECT_TRUE(host::RunningTimerPeriods().empty());
             libtest::ExpectNoFaults();
             if (HasFailure()) {

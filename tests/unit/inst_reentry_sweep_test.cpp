@@ -330,7 +330,7 @@ void Scenario()
     host::Advance(10000);
     EXPECT_TRUE(host::RunningTimerPeriods().empty());
     ZAN_VrrpAdp_DeInit(host::Ctx());
-    EXPECT_EQ(host::BlocksOn(host::Ctx()->ulFwMemHandle), 0u);
+    EXPECT_EQ(libtest::FwBlocksBesideContext(), 0u);
     EXPECT_EQ(host::MsgsOutstanding(), 0u);
     libtest::ExpectNoFaults();
 }

@@ -114,15 +114,14 @@ struct Model {
         const Key k = KeyOf(it);
         Group &own = toSub ? sub : unsub;
         Group &other = toSub ? unsub : sub;
-        // A subscribe takes a block first, an unsubscribe only for a key not stored; a refused
-        // block only fails the add of a key not stored.
-        const bool stored = own.count(k) != 0 || other.count(k) != 0;
-        const bool haveBlock = (toSub || !stored) ? Take(memSkip, memFail) : true;
+        // A repeat takes no block; a key waiting in the other group is freed there before the
+        // new item's block is asked for, so a refused block leaves the key in neither group.
         if (own.count(k) != 0) {
             (toSub ? repeatSub : repeatUnSub)++;
             return 0;
         }
-        if (other.erase(k) == 0 && !haveBlock) {  // a stored key changes group, whatever its state
+        other.erase(k);
+        if (!Take(memSkip, memFail)) {
             mAlloc++;
             return 0xFFFFFFFFu;
         }

@@ -1,5 +1,7 @@
 #include "lib_fixture.h"
 
+#include "labels.h"
+
 namespace libtest {
 
 Recorder &Rec()
@@ -99,10 +101,15 @@ void LibTest::SetUp()
     ASSERT_EQ(ZAN_VrrpAdp_RegCallBack(adp, &cb), 0u);
 }
 
+uint32_t FwBlocksBesideContext()
+{
+    return static_cast<uint32_t>(sim::FwBlocksBesideKeptContext().size());
+}
+
 void LibTest::TearDown()
 {
     ZAN_VrrpAdp_DeInit(host::Ctx());
-    EXPECT_EQ(host::BlocksOn(host::Ctx()->ulFwMemHandle), 0u);
+    EXPECT_EQ(FwBlocksBesideContext(), 0u);
     EXPECT_EQ(host::MsgsOutstanding(), 0u);
     ExpectNoFaults();
 }

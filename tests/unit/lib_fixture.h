@@ -32,6 +32,10 @@ uint32_t DeleteDeploy(uint32_t pid, uint32_t ifGroup);
 ZAN_VRRP_INST_S *Inst(uint32_t pid);
 ZAN_VRRP_TLV_S Tlv(uint16_t type, uint16_t len, const std::vector<uint8_t> &value);
 
+// Blocks held on the component's framework memory handle besides the adapter context that an
+// ended adapter keeps in the component's slot (registrations may still name it).
+uint32_t FwBlocksBesideContext();
+
 // A non-fatal failure listing the fault log when the host recorded any platform misuse.
 void ExpectNoFaults();
 

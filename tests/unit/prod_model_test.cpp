@@ -289,7 +289,7 @@ struct World {
         why += errors + (copy != app ? "model copy differs from the application's data\n" : "");
         why += host::Faults() != 0 ? "platform misuse: " + host::FaultLog().front() + "\n" : "";
         ZAN_VrrpAdp_DeInit(host::Ctx());
-        if (host::BlocksOn(host::Ctx()->ulFwMemHandle) != 0 || host::MsgsOutstanding() != 0) {
+        if (libtest::FwBlocksBesideContext() != 0 || host::MsgsOutstanding() != 0) {
             why += "blocks or messages held after DeInit\n";
         }
         current = nullptr;

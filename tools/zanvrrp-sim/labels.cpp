@@ -1,5 +1,7 @@
 #include "labels.h"
 
+#include <algorithm>
+
 #include <cstring>
 
 #include "adp/zan_vrrpadp.h"
@@ -117,10 +119,9 @@ const Scalar<Inst> kInstScalars[] = {
     {"Evt.RcvBEInit", [](const Inst &i) -> uint32_t { return i.stEvtStat.usRcvBEInit; }},
     {"Evt.ReNotify", [](const Inst &i) -> uint32_t { return i.stEvtStat.usReNotify; }},
     {"Drop.RecPastEnd", [](const Inst &i) -> uint32_t { return i.stDropStat.ulRecPastEnd; }},
-    {"Drop.RecType", [](const Inst &i) -> uint32_t { return i.stDropStat.ulRecType; }},
-    {"Drop.RecLen", [](const Inst &i) -> uint32_t { return i.stDropStat.ulRecLen; }},
+    {"Drop.ShortEcho", [](const Inst &i) -> uint32_t { return i.stDropStat.ulShortEcho; }},
     {"Drop.ItemInsert", [](const Inst &i) -> uint32_t { return i.stDropStat.ulItemInsert; }},
-    {"Ending", [](const Inst &i) -> uint32_t { return i.bEnding; }},
+    {"Ended", [](const Inst &i) -> uint32_t { return i.bEnded; }},
     {"Prod", [](const Inst &i) -> uint32_t { return i.pProd != nullptr ? 1u : 0u; }},
     {"IfGroupId", [](const Inst &i) -> uint32_t { return i.IfGroupId; }},
     {"FcCnt", [](const Inst &i) -> uint32_t { return i.FcCnt; }},
@@ -261,6 +262,20 @@ uint32_t ReadInstLabel(const ZAN_VRRP_INST &inst, const std::string &label)
 uint32_t ReadProdLabel(const ZAN_VRRP_INST &inst, const std::string &label)
 {
     return ReadFrom(kProdScalars, kNoArrays, inst, label);
+}
+
+std::vector<host::HeldBlock> FwBlocksBesideKeptContext()
+{
+    std::vector<host::HeldBlock> held = host::HeldBlocks(host::Ctx()->ulFwMemHandle);
+    if (host::Ctx()->pAdpSlot != nullptr) {
+        auto it = std::find_if(held.begin(), held.end(), [](const host::HeldBlock &b) {
+            return b.file == ZAN_VRRP_ADP_FILE && b.line == 74u && b.size == sizeof(ZAN_VRRP_ADP_S);
+        });
+        if (it != held.end()) {
+            held.erase(it);
+        }
+    }
+    return held;
 }
 
 }  // namespace sim

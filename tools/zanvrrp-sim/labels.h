@@ -5,6 +5,9 @@
 
 #include <cstdint>
 #include <string>
+#include <vector>
+
+#include "host/host_world.h"
 
 struct ZAN_VRRP_ADP;
 struct ZAN_VRRP_INST;
@@ -22,6 +25,11 @@ uint32_t ReadAdpLabel(const ZAN_VRRP_ADP &adp, const std::string &label);
 uint32_t ReadInstLabel(const ZAN_VRRP_INST &inst, const std::string &label);
 // The instance's producer must exist.
 uint32_t ReadProdLabel(const ZAN_VRRP_INST &inst, const std::string &label);
+
+// Blocks held on the component's framework memory handle, but for the context that an ended
+// adapter keeps in the component's slot (the framework may still hand it to the handlers
+// registered with it): what a teardown must leave empty.
+std::vector<host::HeldBlock> FwBlocksBesideKeptContext();
 
 }  // namespace sim
 

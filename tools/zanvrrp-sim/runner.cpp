@@ -389,7 +389,7 @@ void Runner::CheckResult(const char *what, std::optional<uint32_t> expected, uin
 
 ZAN_VRRP_ADP *Runner::Adp() const
 {
-    return static_cast<ZAN_VRRP_ADP *>(host::Ctx()->pAdpSlot);
+    return ZAN_VrrpAdp_LiveOf(host::Ctx());
 }
 
 ZAN_VRRP_ADP *Runner::NeedAdp() const

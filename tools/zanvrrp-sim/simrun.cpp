@@ -1,5 +1,7 @@
 #include "simrun.h"
 
+#include "labels.h"
+
 #include <algorithm>
 #include <array>
 #include <cstdio>
@@ -622,7 +624,8 @@ SimOutcome Simulation::Run()
     const std::size_t states = app_.states.size();
     // Nothing may stay held, and the library must not have reported a broken precondition.
     ZAN_VrrpAdp_DeInit(host::Ctx());
-    const uint32_t held = host::BlocksOn(host::Ctx()->ulFwMemHandle) + host::BlocksOn(host::LastCreatedHandle());
+    const uint32_t held =
+        static_cast<uint32_t>(FwBlocksBesideKeptContext().size()) + host::BlocksOn(host::LastCreatedHandle());
     if (diff.empty() && (held != 0 || host::MsgsOutstanding() != 0)) {
         diff = std::to_string(held) + " memory blocks and " + std::to_string(host::MsgsOutstanding()) +
                " message buffers still held after DeInit";

@@ -22,6 +22,8 @@
 #include <thread>
 #include <tuple>
 
+#include "adp/zan_vrrpadp.h"
+#include "labels.h"
 #include "lexer.h"
 #include "recorder.h"
 #include "runner.h"
@@ -49,7 +51,7 @@ constexpr std::size_t kExcerptLines = 60;
 
 ZAN_VRRP_ADP_S *CurrentAdp()
 {
-    return static_cast<ZAN_VRRP_ADP_S *>(host::Ctx()->pAdpSlot);
+    return ZAN_VrrpAdp_LiveOf(host::Ctx());
 }
 
 // The 32-byte item key the library reports in pfnItemDown: the key TLV and the subscription
@@ -296,6 +298,58 @@ std::string DescribeHeld(const std::vector<host::HeldBlock> &held)
     return Join(parts, ", ");
 }
 
+// What a poke of the kept registrations could change.
+struct WorldMark {
+    std::size_t sent = 0, events = 0, traces = 0;
+    uint32_t faults = 0, msgs = 0;
+    uint64_t blocks = 0;
+    std::vector<uint32_t> timers;
+    bool operator==(const WorldMark &) const = default;
+};
+
+WorldMark MarkWorld()
+{
+    WorldMark m;
+    m.sent = host::Sent().size();
+    m.events = Recorder::Instance().events.size();
+    m.traces = Recorder::Instance().traces.size();
+    m.faults = host::Faults();
+    m.msgs = host::MsgsOutstanding();
+    for (uint32_t h : host::MemHandles()) {
+        m.blocks += host::BlocksOn(h);
+    }
+    m.timers = host::RunningTimerHandles();
+    return m;
+}
+
+// An ended adapter stays in the component's slot, and the framework keeps what it registered
+// with it: each of those registrations is run once more (a message, a flow-control message, the
+// flush, both deploy operations, the command) and must do nothing at all. Empty: so it did.
+std::string PokeKeptRegistrations()
+{
+    const WorldMark before = MarkWorld();
+    std::vector<uint8_t> msg(20, 0);
+    msg[1] = 20;
+    msg[2] = 0x81;
+    msg[3] = 7;
+    ZAN_VRRP_DEPLOY_REC_S rec{};
+    rec.ulKind = ZAN_VRRP_DEPLOY_KIND;
+    rec.ulPid = 0x10;
+    rec.ulIfGroupId = 1;
+    std::vector<uint8_t> recBytes(sizeof(rec));
+    std::memcpy(recBytes.data(), &rec, sizeof(rec));
+    (void)host::DeliverMsg(0x10, msg);
+    (void)host::DeliverFcm(0x10);
+    (void)host::RunFlush();
+    (void)host::DeliverCfg(ZAN_VRRP_DEPLOY_TBL, ZAN_VRRP_DEPLOY_OP_CREATE, recBytes);
+    (void)host::DeliverCfg(ZAN_VRRP_DEPLOY_TBL, ZAN_VRRP_DEPLOY_OP_DELETE, recBytes);
+    const host::CliResult cli = host::RunCli("zanvrrp", "adp-base", std::nullopt, 0);
+    if (!(MarkWorld() == before) || !cli.records.empty()) {
+        return "a registration of the ended adapter still acts";
+    }
+    return "";
+}
+
 // The end of a run: the adapter ended as `deinit` ends it, then everything the world still
 // holds. Empty: nothing.
 std::string EndWorld(bool &inDeinit)
@@ -335,13 +389,14 @@ std::string EndWorld(bool &inDeinit)
                            DescribeHeld(finalized));
     }
     for (uint32_t h : host::MemHandles()) {
-        const std::vector<host::HeldBlock> held = host::HeldBlocks(h);
         if (h == host::Ctx()->ulFwMemHandle) {
+            const std::vector<host::HeldBlock> held = FwBlocksBesideKeptContext();
             if (!held.empty()) {
                 problems.push_back(std::to_string(held.size()) + " block(s) held on the framework handle: " +
                                    DescribeHeld(held));
             }
         } else {
+            const std::vector<host::HeldBlock> held = host::HeldBlocks(h);
             problems.push_back("memory handle " + HexNum(h) + " not finalised" +
                                (held.empty() ? std::string()
                                              : ", " + std::to_string(held.size()) + " block(s) on it: " +
@@ -359,9 +414,24 @@ std::string EndWorld(bool &inDeinit)
         }
         problems.push_back("timer(s) still running: " + Join(p, ", "));
     }
-    const std::vector<std::string> regs = host::Registrations();
+    const void *kept = host::Ctx()->pAdpSlot;
+    std::vector<std::string> regs;
+    bool keptRegs = false;
+    for (const host::Registration &r : host::Registrations()) {
+        if (kept != nullptr && r.arg == kept) {
+            keptRegs = true;
+        } else {
+            regs.push_back(r.what);
+        }
+    }
     if (!regs.empty()) {
         problems.push_back("registration(s) left: " + Join(regs, ", "));
+    }
+    if (keptRegs) {
+        const std::string acted = PokeKeptRegistrations();
+        if (!acted.empty()) {
+            problems.push_back(acted);
+        }
     }
     return Join(problems, "; ");
 }

@@ -96,10 +96,8 @@ void ZAN_VrrpInst_ProcBatchData(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZAN
 {
     pInst->aulRcvReqCnt[ZAN_VRRP_MSG_BU_DATA]++;
     if (pDecode->ulSeqNum == pInst->BatchSeqNum) {
-        // Advanced before the records are handed over: a down made from inside pfnRecvData
-        // clears the batch, and that must not be undone afterwards.
-        pInst->BatchSeqNum++;
         ZAN_VrrpInst_ParseDataMsg_(pInst, pMsg);
+        pInst->BatchSeqNum++;
         return;
     }
     // The batch is broken: its records are dropped and the VRRP component is asked to start again.
@@ -135,7 +133,7 @@ void ZAN_VrrpInst_ProcRealUpdate(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZA
 }
 
 // Records are handed over in any consumer state and whether or not a matching item is
-// subscribed. The only bound is the message: a record's length says where the next one starts,
+// subscribed, so a down the application makes from pfnRecvData does not stop the message. The only bound is the message: a record's length says where the next one starts,
 // not how far its TLVs reach, and a record whose header, key TLV or data TLV would run past
 // usMsgLen is malformed (nothing beyond it is read). The receive path has made sure usMsgLen
 // does not exceed the delivered bytes.
@@ -146,7 +144,6 @@ void ZAN_VrrpInst_ParseDataMsg_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg)
         return;
     }
     const uint32_t ulHandle = ZAN_VrrpInst_Ctx(pInst)->ulHandle;
-    const uint32_t ulDownCnt = pInst->ulDownCnt;
     uint32_t ulKeyOff = 0;
     uint32_t ulPos = ZAN_VRRP_MSG_HDR_LEN;
     while (ulPos < ulMsgLen) {
@@ -203,11 +200,6 @@ void ZAN_VrrpInst_ParseDataMsg_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg)
             return;
         }
         pfnRecvData(pucKey, pucData, ulHandle);
-        if (pInst->ulDownCnt != ulDownCnt) {
-            // The application took the instance down from inside the callback and has been told
-            // that its items are down: the rest of a message received before that is not handed over.
-            return;
-        }
         ulPos += ulRecSize;
     }
     pInst->stErrStat.usErrInfoNum++;

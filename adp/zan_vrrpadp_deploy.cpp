@@ -151,7 +151,8 @@ uint32_t ZAN_VrrpAdp_CreateDeploy_(void *pvAdp, const void *pvRec)
 {
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
     ZAN_VRRP_DEPLOY_REC_S stRec;
-    if (pAdp->bLive == 0u || memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN) != 0u || stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
+    if (pAdp->bLive == 0u || memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN) != 0u ||
+        stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
         return 0;
     }
     pAdp->stEvtStat.usCrtDeploy++;
@@ -175,7 +176,8 @@ uint32_t ZAN_VrrpAdp_DeleteDeploy_(void *pvAdp, const void *pvRec)
 {
     ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pvAdp);
     ZAN_VRRP_DEPLOY_REC_S stRec;
-    if (pAdp->bLive == 0u || memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN) != 0u || stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
+    if (pAdp->bLive == 0u || memcpy_s(&stRec, sizeof(stRec), pvRec, ZAN_VRRP_DEPLOY_REC_LEN) != 0u ||
+        stRec.ulKind != ZAN_VRRP_DEPLOY_KIND) {
         return 0;
     }
     pAdp->stEvtStat.usDelDeploy++;

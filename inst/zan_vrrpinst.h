@@ -180,8 +180,6 @@ static inline ZAN_COMP_CTX_S *ZAN_VrrpInst_Ctx(const ZAN_VRRP_INST_S *pInst)
         }                                                                                    \
     } while (0)
 
-/* The item holding the 32-byte item key, in either group, or NULL. */
-struct ZAN_VRRP_SUB_ITEM;
 /* Stops one of the instance's timers if it runs and clears its handle. */
 void ZAN_VrrpInst_StopTmr_(ZAN_VRRP_INST_S *pInst, uint32_t *pulTmr);
 

@@ -133,10 +133,11 @@ void ZAN_VrrpInst_ProcRealUpdate(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg, const ZA
 }
 
 // Records are handed over in any consumer state and whether or not a matching item is
-// subscribed, so a down the application makes from pfnRecvData does not stop the message. The only bound is the message: a record's length says where the next one starts,
-// not how far its TLVs reach, and a record whose header, key TLV or data TLV would run past
-// usMsgLen is malformed (nothing beyond it is read). The receive path has made sure usMsgLen
-// does not exceed the delivered bytes.
+// subscribed, so a down the application makes from pfnRecvData does not stop the message.
+// The only bound is the message: a record's length says where the next one starts, not how
+// far its TLVs reach, and a record whose header, key TLV or data TLV would run past usMsgLen
+// is malformed (nothing beyond it is read). The receive path has made sure usMsgLen does not
+// exceed the delivered bytes.
 void ZAN_VrrpInst_ParseDataMsg_(ZAN_VRRP_INST_S *pInst, uint8_t *pMsg)
 {
     const uint32_t ulMsgLen = ZAN_VrrpAdp_GetBe16(pMsg + ZAN_VRRP_HDR_MSGLEN);

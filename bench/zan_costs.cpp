@@ -12,7 +12,7 @@
 //                  ZAN_VrrpAdp_UnSubscribe; PhaseUnSubFlush: requests and acknowledgements
 //                  until no item is left
 //   senddata N     PhaseSendNew: N ZAN_VrrpAdp_SendData storing new data; PhaseSendData: N
-//                  more of the same keys with changed data (updated in place)
+//                  more of the same keys with changed data (each replaces its stored part)
 //   prodround N    PhaseProdRound: N SendData of new values, the RNData messages and their
 //                  acknowledgements, until nothing waits
 //   map N          PhaseMapSub / PhaseMapPart: std::map inserts of the same 32-byte item keys

@@ -157,6 +157,21 @@ TEST(Sweep, LostBlocksMisuseTimersBuffersHandlesRegistrationsCrashesAndHangsAreR
     }
 }
 
+// The ended adapter's context stays in the slot with its registrations; one of them that still
+// acts when run after the end (made so by replacing the adapter's handler) is reported.
+TEST(Sweep, ARegistrationOfTheEndedAdapterThatStillActsIsReported)
+{
+    const std::string path = WriteScript(kScript);
+    sim::SweepOptions opt = Plain();
+    opt.sabotage = sim::Sabotage::Acts;
+    opt.kinds = {host::FailKind::Timer};
+    const sim::SweepFileResult r = sim::SweepFile(path, opt);
+    ASSERT_GT(r.failed, 0u);
+    const std::string &what = r.failures.front().what;
+    EXPECT_NE(what.find("a registration of the ended adapter still acts"), std::string::npos) << what;
+    EXPECT_EQ(what.find("registration(s) left"), std::string::npos) << what;
+}
+
 TEST(Sweep, ReentryModesCallTheLibraryFromTheCallbacks)
 {
     const std::string path = WriteScript(kScript);

@@ -215,6 +215,18 @@ private:
 void NoopTimer(void *, uint32_t, ZAN_COMP_CTX_S *) {}
 uint32_t NoopMsgProc(void *, void *) { return 0; }
 
+// Sends one 20-byte message: a handler that acts.
+uint32_t ActingMsgProc(void *, void *)
+{
+    void *buf = KOL_MsgFlowCtrlAlloc_F(host::Ctx()->ulMsgAllocHandle, 0x77, 20, "sweep-sabotage", 4);
+    if (buf != nullptr) {
+        std::memset(buf, 0, 20);
+        static_cast<uint8_t *>(buf)[1] = 20;
+        (void)KOL_SEND_MSG(0x77, 6, 853, buf, 20);
+    }
+    return 0;
+}
+
 int *volatile g_nowhere = nullptr;
 uint8_t g_notABuffer = 0;
 
@@ -247,6 +259,12 @@ void DoSabotage(Sabotage s)
     }
     case Sabotage::Reg:
         (void)ZAN_Frame_RegMsgProc(host::Ctx(), 0x7777, NoopMsgProc, &g_notABuffer, nullptr);
+        break;
+    case Sabotage::Acts:
+        if (host::AdapterMsgClass() != 0u) {
+            (void)ZAN_Frame_RegMsgProc(host::Ctx(), host::AdapterMsgClass(), ActingMsgProc, host::Ctx()->pAdpSlot,
+                                       nullptr);
+        }
         break;
     case Sabotage::Crash:
         *g_nowhere = 1;
@@ -761,7 +779,7 @@ std::optional<Sabotage> ParseSabotage(const std::string &name)
 {
     static const std::pair<const char *, Sabotage> kNames[] = {
         {"leak", Sabotage::Leak},   {"lost", Sabotage::Lost},     {"misuse", Sabotage::Misuse}, {"timer", Sabotage::Timer},
-        {"buffer", Sabotage::Buffer}, {"handle", Sabotage::Handle}, {"reg", Sabotage::Reg},
+        {"buffer", Sabotage::Buffer}, {"handle", Sabotage::Handle}, {"reg", Sabotage::Reg}, {"acts", Sabotage::Acts},
         {"crash", Sabotage::Crash}, {"hang", Sabotage::Hang},
     };
     for (const auto &p : kNames) {
@@ -954,7 +972,7 @@ SweepFileResult SweepFile(const std::string &path, const SweepOptions &opt)
 
 const char *const kSweepUsage =
     "       zanvrrp-sim script --sweep [--verbose] [--modes M,...] [--kinds K,...] [--case ID] [--no-fork]\n"
-    "                          [--case-timeout S] [--sabotage leak|lost|misuse|timer|buffer|handle|reg|crash|hang] FILE...\n";
+    "                          [--case-timeout S] [--sabotage leak|lost|misuse|timer|buffer|handle|reg|acts|crash|hang] FILE...\n";
 
 int SweepMain(const std::vector<std::string> &args, std::ostream &out, std::ostream &err)
 {

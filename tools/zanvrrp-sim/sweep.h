@@ -48,6 +48,8 @@ enum class Sabotage {
     Buffer,  // a message buffer allocated that is neither sent nor freed
     Handle,  // a memory handle made that nobody ends
     Reg,     // a message handler registered that nobody withdraws
+    Acts,    // the adapter's message handler replaced by one that sends, still named by the
+             // adapter context kept after the adapter's end
     Crash,   // a write through a null pointer
     Hang,    // never returns
 };

@@ -3,8 +3,9 @@
 # GoogleTest sources, Google Benchmark, pkg-config (for the package test), valgrind (for
 # scripts/bench.sh) and tshark (for the capture dissector's test); with the
 # argument "armhf" also the 32-bit ARM cross compiler and qemu-user, with "fuzz" clang, its
-# sanitizer and libFuzzer runtimes and llvm-symbolizer. Touches apt (as root) only when
-# something is missing; quiet otherwise.
+# sanitizer and libFuzzer runtimes and llvm-symbolizer, with "coverage" clang 19 and LLVM 19
+# (source-based coverage with MC/DC). Touches apt (as root) only when something is missing;
+# quiet otherwise.
 set -euo pipefail
 
 need=()
@@ -32,7 +33,12 @@ case "${1:-}" in
     compgen -G "/usr/lib/llvm-*/lib/clang/*/lib/linux/libclang_rt.fuzzer-x86_64.a" >/dev/null || need+=(libclang-rt-dev)
     have_cmd llvm-symbolizer || need+=(llvm)
     ;;
-  *) echo "usage: $0 [armhf|fuzz]" >&2; exit 2 ;;
+  coverage)
+    have_cmd clang++-19 || need+=(clang-19)
+    { have_cmd llvm-cov-19 && have_cmd llvm-profdata-19; } || need+=(llvm-19)
+    compgen -G "/usr/lib/llvm-19/lib/clang/19/lib/linux/libclang_rt.profile-x86_64.a" >/dev/null || need+=(libclang-rt-19-dev)
+    ;;
+  *) echo "usage: $0 [armhf|fuzz|coverage]" >&2; exit 2 ;;
 esac
 
 [ ${#need[@]} -eq 0 ] && exit 0

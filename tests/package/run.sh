@@ -3,8 +3,10 @@
 # prefix (first plain, whose contents are checked file by file; then with the host platform),
 # and two out-of-tree consumers are built against the prefix and run: a CMake project
 # (find_package, shared and static) and a plain Makefile (pkg-config). With a toolchain file the
-# whole thing is cross-built and the consumers run under the emulator.
-# Usage: run.sh SOURCE_DIR WORK_DIR [TOOLCHAIN_FILE]
+# whole thing is cross-built and the consumers run under the emulator. With "coverage" the
+# library is built instrumented with clang 19, as the coverage preset builds it, and the
+# consumers are linked with the profile runtime.
+# Usage: run.sh SOURCE_DIR WORK_DIR [TOOLCHAIN_FILE] [coverage]
 set -euo pipefail
 src="$1"
 work="$2"
@@ -13,16 +15,23 @@ toolchain="${3:-}"
 cross=()
 run=()
 cc=cc
+ldflags=()
 if [ -n "$toolchain" ]; then
   cross=(-DCMAKE_TOOLCHAIN_FILE="$toolchain")
   run=(qemu-arm -L /usr/arm-linux-gnueabihf)
   cc=arm-linux-gnueabihf-gcc
 fi
+if [ "${4:-}" = coverage ]; then
+  cross+=(-DCMAKE_C_COMPILER=clang-19 -DCMAKE_CXX_COMPILER=clang++-19)
+  cc=clang-19
+  ldflags=(-fprofile-instr-generate)
+fi
 
 rm -rf "$work"
 mkdir -p "$work"
 build="$work/build"
-cmake -S "$src" -B "$build" "${cross[@]}" -DCMAKE_BUILD_TYPE=Release -DZAN_BUILD_TESTS=OFF >/dev/null
+cmake -S "$src" -B "$build" "${cross[@]}" -DCMAKE_BUILD_TYPE=Release -DZAN_BUILD_TESTS=OFF \
+  -DZAN_COVERAGE="$([ ${#ldflags[@]} -gt 0 ] && echo ON || echo OFF)" >/dev/null
 cmake --build "$build" -j2 --target zan_vrrp_lib zan_vrrp_static >/dev/null
 
 # Plain: the libraries, the header, the CMake package and the .pc file; nothing else.
@@ -58,10 +67,10 @@ prefix="$work/prefix"
 cmake --install "$build" --prefix "$prefix" >/dev/null
 
 cmake -S "$src/tests/package/cmake" -B "$work/cmake" "${cross[@]}" -DCMAKE_BUILD_TYPE=Release \
-  -Dzan_vrrp_lib_DIR="$prefix/lib/cmake/zan_vrrp_lib" >/dev/null
+  -DCMAKE_EXE_LINKER_FLAGS="${ldflags[*]}" -Dzan_vrrp_lib_DIR="$prefix/lib/cmake/zan_vrrp_lib" >/dev/null
 cmake --build "$work/cmake" >/dev/null
 PKG_CONFIG_LIBDIR="$prefix/lib/pkgconfig" make -s -f "$src/tests/package/make/Makefile" \
-  APP="$src/tests/package/app.c" OUT="$work/consumer_make" CC="$cc"
+  APP="$src/tests/package/app.c" OUT="$work/consumer_make" CC="$cc" LDFLAGS="${ldflags[*]}"
 
 export LD_LIBRARY_PATH="$prefix/lib"
 for app in "$work/cmake/consumer_shared" "$work/cmake/consumer_static" "$work/consumer_make"; do

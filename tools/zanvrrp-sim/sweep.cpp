@@ -497,6 +497,18 @@ void InstallCrashHandlers()
 void InstallCrashHandlers() {}
 #endif
 
+// A coverage build writes a process's profile at its exit, which _exit skips: a child writes it
+// first (the function exists only when the profile runtime is linked).
+extern "C" int __llvm_profile_write_file(void) __attribute__((weak));
+
+[[noreturn]] void ChildExit(int code)
+{
+    if (__llvm_profile_write_file != nullptr) {
+        (void)__llvm_profile_write_file();
+    }
+    _exit(code);
+}
+
 void WriteAll(int fd, const std::string &s)
 {
     const char *p = s.data();
@@ -507,7 +519,7 @@ void WriteAll(int fd, const std::string &s)
             if (errno == EINTR) {
                 continue;
             }
-            _exit(3);
+            ChildExit(3);
         }
         p += n;
         left -= static_cast<std::size_t>(n);
@@ -529,7 +541,7 @@ void WriteAll(int fd, const std::string &s)
         line += " " + OneLine(o.what) + "\n";
         WriteAll(fd, line);
     }
-    _exit(0);
+    ChildExit(0);
 }
 
 std::string ReadAllFrom(FILE *f)

@@ -14,19 +14,6 @@ constexpr uint32_t ZAN_VRRP_ADP_PARAM2 = 85u;
 constexpr uint16_t ZAN_VRRP_FCM_MSG_CLASS = 7u;
 constexpr uint32_t ZAN_VRRP_FCM_PID_OFF = 8u;
 
-// Every instance is taken down as the consumer does it, then its producer record is released:
-// producer records live on the framework memory handle, which the adapter does not finalise.
-uint32_t ZAN_VrrpAdp_DeInitInst_(void *pvInst)
-{
-    ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
-    if (pInst == nullptr) {
-        return 0;
-    }
-    (void)ZAN_VrrpInst_DeInit(pInst);
-    ZAN_VrrpProd_Uninit(ZAN_VrrpInst_Ctx(pInst), pInst);
-    return 0;
-}
-
 // After a failed initialisation the memory handle (which holds no block yet) and the
 // framework's adapter base are ended; whatever was registered stays with the framework.
 void ZAN_VrrpAdp_UndoInit_(ZAN_VRRP_ADP_S *pAdp)
@@ -39,6 +26,19 @@ void ZAN_VrrpAdp_UndoInit_(ZAN_VRRP_ADP_S *pAdp)
 }
 
 }  // namespace
+
+// Every instance is taken down as the consumer does it, then its producer record is released:
+// producer records live on the framework memory handle, which the adapter does not finalise.
+uint32_t ZAN_VrrpAdp_DeInitInst_(void *pvInst)
+{
+    ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
+    if (pInst == nullptr) {
+        return 0;
+    }
+    (void)ZAN_VrrpInst_DeInit(pInst);
+    ZAN_VrrpProd_Uninit(ZAN_VrrpInst_Ctx(pInst), pInst);
+    return 0;
+}
 
 ZAN_VRRP_ADP_S *ZAN_VrrpAdp_Get(ZAN_COMP_CTX_S *pCompCtx)
 {

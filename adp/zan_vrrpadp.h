@@ -148,13 +148,6 @@ void ZAN_VrrpAdp_Trace(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_
 void ZAN_VrrpAdp_TraceV(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_t ulLine, const char *pcFmt,
                         va_list ap);
 
-/* Whether a trace would reach the application at all: without a trace point callback and
- * without a debug switch it does nothing, and the callers skip building its arguments. */
-static inline bool ZAN_VrrpAdp_TraceHeard(const ZAN_VRRP_ADP_S *pAdp)
-{
-    return pAdp != nullptr && (pAdp->stCallBack.pfnTracePoint != nullptr || pAdp->stCallBack.pfnIsDebugOn != nullptr);
-}
-
 /* Byte-order helpers for unaligned buffer fields; inline, as the receive path runs them for
  * every word of every record. */
 static inline uint16_t ZAN_VrrpAdp_GetBe16(const uint8_t *p)
@@ -210,6 +203,8 @@ void ZAN_VrrpAdp_SwapHdrFields(uint8_t *pMsg);
 
 /* Adapter (framework registration). */
 uint32_t ZAN_VrrpAdp_Init_(ZAN_VRRP_ADP_S *pAdp, ZAN_COMP_CTX_S *pCompCtx);
+/* What the adapter's end runs for each instance of the framework's table (nothing for NULL). */
+uint32_t ZAN_VrrpAdp_DeInitInst_(void *pInst);
 uint32_t ZAN_VrrpAdp_Flush_(void *pAdp);
 uint32_t ZAN_VrrpAdp_Fcm_(void *pMsg, void *pAdp);
 uint32_t ZAN_VrrpAdp_SetWorkOn_(void *pInst);
@@ -237,14 +232,6 @@ uint32_t ZAN_VrrpAdp_DelDeployRel_(ZAN_VRRP_ADP_S *pAdp, const ZAN_VRRP_DEPLOY_R
 ZAN_VRRP_DEPLOY_NODE_S *ZAN_VrrpAdp_FindDeployRel_(ZAN_LIST_LINK_S *pHead, const ZAN_VRRP_DEPLOY_REC_S *pRec);
 uint32_t ZAN_VrrpAdp_IsDeployRelOfPidEmpty_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulPid);
 struct ZAN_VRRP_INST *ZAN_VrrpAdp_FindInstByIfGroupId_(ZAN_VRRP_ADP_S *pAdp, uint32_t ulIfGroupId);
-
-/* The component's adapter while it is live (initialised and not ended), else NULL. A context
- * that is not live may stay in the adapter slot (see bLive). */
-static inline ZAN_VRRP_ADP_S *ZAN_VrrpAdp_LiveOf(const ZAN_COMP_CTX_S *pCompCtx)
-{
-    ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(pCompCtx->pAdpSlot);
-    return (pAdp != nullptr && pAdp->bLive != 0u) ? pAdp : nullptr;
-}
 
 /* Makes a circular list empty: the head points at itself. */
 static inline void ZAN_VrrpAdp_ListInit(ZAN_LIST_LINK_S *pHead)

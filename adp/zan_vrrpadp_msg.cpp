@@ -121,10 +121,10 @@ void ZAN_VrrpAdp_ProcReqMsg_(ZAN_VRRP_ADP_S *pAdp, ZAN_VRRP_INST_S *pInst, uint8
     // carries the bytes as received, whatever the parsing yields.
     switch (pDecode->usType) {
         case ZAN_VRRP_MSG_BU_BEGIN:
-            if (ZAN_VrrpInst_ProcBatchBegin(pInst, pMsg, pDecode) == 0u) {
-                pInst->aulSendAckCnt[ZAN_VRRP_MSG_BU_BEGIN]++;
-                ZAN_VrrpInst_SendAck(pInst, pMsg);
-            }
+            // A batch's begin is always accepted (ZAN_VrrpInst_ProcBatchBegin answers 0).
+            (void)ZAN_VrrpInst_ProcBatchBegin(pInst, pMsg, pDecode);
+            pInst->aulSendAckCnt[ZAN_VRRP_MSG_BU_BEGIN]++;
+            ZAN_VrrpInst_SendAck(pInst, pMsg);
             break;
         case ZAN_VRRP_MSG_BU_DATA:
             ZAN_VrrpInst_ProcBatchData(pInst, pMsg, pDecode);

@@ -7,11 +7,7 @@
 void ZAN_VrrpAdp_TraceV(const ZAN_VRRP_ADP_S *pAdp, const char *pcModule, uint32_t ulLine, const char *pcFmt,
                         va_list ap)
 {
-    if (pAdp == nullptr) {
-        return;
-    }
-    const ZAN_COMP_CTX_S *pCompCtx = pAdp->stAdpBase.pCompCtx;
-    const uint32_t ulHandle = (pCompCtx != nullptr) ? pCompCtx->ulHandle : 0u;
+    const uint32_t ulHandle = pAdp->stAdpBase.pCompCtx->ulHandle;
     const ZAN_VRRP_CALLBACK_S *pCb = &pAdp->stCallBack;
 
     if (pCb->pfnTracePoint != nullptr) {

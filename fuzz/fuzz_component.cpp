@@ -181,7 +181,8 @@ ZAN_VRRP_CALLBACK_S Table(uint16_t mask);
 // ZAN_VrrpAdp_Get; an adapter it makes anew has an empty callback table.
 void GetAdapter()
 {
-    const bool existed = ZAN_VrrpAdp_LiveOf(host::Ctx()) != nullptr;
+    const auto *slot = static_cast<const ZAN_VRRP_ADP_S *>(host::Ctx()->pAdpSlot);
+    const bool existed = slot != nullptr && slot->bLive != 0u;
     g.adp = ZAN_VrrpAdp_Get(host::Ctx());
     if (g.adp != nullptr && !existed) {
         for (int s = 0; s < SlotCount; s++) {

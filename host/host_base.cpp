@@ -30,7 +30,7 @@ extern "C" {
 
 uint32_t memcpy_s(void *dest, size_t destMax, const void *src, size_t count)
 {
-    if (dest == nullptr) {
+    if (dest == nullptr || host::ShouldFail(host::FailKind::Copy)) {
         return 1;
     }
     if (count > destMax) {

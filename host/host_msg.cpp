@@ -75,11 +75,12 @@ bool DeliverMsg(uint32_t pid, const std::vector<uint8_t> &bytes, std::optional<u
     return Deliver(msgClass, pid, bytes, deliveredSize.value_or(static_cast<uint32_t>(bytes.size())));
 }
 
-bool DeliverFcm(uint32_t pid)
+bool DeliverFcm(uint32_t pid, uint32_t deliveredSize)
 {
     std::vector<uint8_t> bytes(kFcmLen, 0);
     std::memcpy(bytes.data() + kFcmPidOff, &pid, sizeof(pid));
-    return Deliver(kFcmMsgClass, 0u, bytes, kFcmLen);
+    bytes.resize(std::min(deliveredSize, kFcmLen));
+    return Deliver(kFcmMsgClass, 0u, bytes, deliveredSize);
 }
 
 bool RunFlush()

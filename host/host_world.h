@@ -21,6 +21,9 @@ enum class FailKind {
     Malloc, MsgAlloc, Timer, Send, MemInit, RegMsg, RegCfg, RegInner,
     // Framework and service calls that the real platform may refuse too.
     AdpInit, AddInst, DelInst, InstInit, StartWork, RbtAdd, CliAddRec, CliRetCode,
+    // A bounded copy that fits refused all the same: a platform misbehaving. Only tests that
+    // prove the library reports it arm it; the failure sweep leaves it out unless named.
+    Copy,
     Count
 };
 
@@ -89,8 +92,9 @@ void SetSendHook(std::function<void(const SentMsg &)> hook);
 // deliveredSize (default: bytes.size()) is what MSG_DataSizeGet answers; the buffer holds
 // max(bytes.size(), deliveredSize) bytes. Returns false when no handler is registered.
 bool DeliverMsg(uint32_t pid, const std::vector<uint8_t> &bytes, std::optional<uint32_t> deliveredSize = {});
-// Delivers a flow-control message (class 7) naming pid at byte offset 8, host order.
-bool DeliverFcm(uint32_t pid);
+// Delivers a flow-control message (class 7) naming pid at byte offset 8, host order, in a
+// buffer of deliveredSize bytes (fewer than 12 cut the pid off).
+bool DeliverFcm(uint32_t pid, uint32_t deliveredSize = 12u);
 // Runs the flush routine registered with the adapter's message class.
 bool RunFlush();
 // The message class the adapter registered its handler for (0: none).

@@ -44,7 +44,7 @@ uint32_t ZAN_VrrpInnerData_MsgStat_(char *pcText, uint32_t ulLen, bool bReceive,
 ZAN_VRRP_INST_S *ZAN_VrrpInnerData_GetInstByPid_(uint8_t *pucRec, ZAN_INNERDATA_REQ_S *pReq, ZAN_VRRP_ADP_S *pAdp)
 {
     char *pcText = ZAN_VrrpInnerData_Text_(pucRec);
-    if (pReq->bPidGiven == 0u || pReq->pcPid == nullptr) {
+    if (pReq->bPidGiven == 0u) {
         (void)ZAN_InnerData_Output(pcText, 0, "Info: Please input vrrp pid.\r\n\r\n");
         return nullptr;
     }
@@ -257,15 +257,14 @@ uint32_t ZAN_VrrpInnerData_Proc_(ZAN_INNERDATA_REQ_S *pReq, ZAN_CLI_CMD_S *pCmd,
     }
     (void)memset_s(pucRec, ZAN_INNERDATA_REC_LEN, 0, ZAN_INNERDATA_REC_LEN);
     for (const ZAN_VRRP_INNERDATA_GETINFO_S &stRow : g_astZanVrrpInnerDataGetInfo) {
-        if (pReq->pcItem == nullptr || WUX_StrCmp(pReq->pcItem, stRow.pcItem) != 0) {
+        if (WUX_StrCmp(pReq->pcItem, stRow.pcItem) != 0) {
             continue;
         }
-        const uint32_t ulRet = stRow.pfnGet(pucRec, pReq, pAdp);
+        // Every handler answers 0, so the continuation step for a handler that has more to
+        // print (CLI_AddOptionData, then CLI_SetRetCode) is never taken.
+        (void)stRow.pfnGet(pucRec, pReq, pAdp);
         (void)CLI_AddRec(pCmd, pucRec, ZAN_INNERDATA_REC_LEN, ZAN_VRRP_INNERDATA_REC_TYPE);
         KOL_Free_F(pucRec, ZAN_VRRP_INNERDATA_FILE, LINE_FREE_REC);
-        if (ulRet != 0u && CLI_AddOptionData(pCmd, &pReq->ulContinue, sizeof(uint32_t)) == 0u) {
-            (void)CLI_SetRetCode(pCmd->ulCmdId, 0, 2);
-        }
         return 0;
     }
     (void)CLI_AddRec(pCmd, pucRec, ZAN_INNERDATA_REC_LEN, ZAN_VRRP_INNERDATA_REC_TYPE);

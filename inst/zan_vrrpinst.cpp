@@ -232,13 +232,12 @@ uint32_t ZAN_VrrpInst_StoreItem_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_ADD_SIDE
         if (pInst->ulDownCnt != ulDownCnt) {
             return 0;
         }
+        // Short of a down, nothing the application can call takes the key out of both groups.
         pFound = ZAN_VrrpInst_FindItem_(pInst, aucKey);
-        if (pFound != nullptr && pFound->ucGroup == pSide->ucGroup) {
+        if (pFound->ucGroup == pSide->ucGroup) {
             return 0;  // the application stored it from the trace
         }
-        if (pFound != nullptr) {
-            ZAN_VrrpInst_FreeItem_(pInst, pFound, pSide->ulFreeOtherLine);
-        }
+        ZAN_VrrpInst_FreeItem_(pInst, pFound, pSide->ulFreeOtherLine);
     }
     ZAN_VRRP_SUB_ITEM_S *pNew = static_cast<ZAN_VRRP_SUB_ITEM_S *>(KOL_Malloc_F(
         pInst->MemHandle, g_aucKolMemPt[0], sizeof(ZAN_VRRP_SUB_ITEM_S), ZAN_VRRP_INST_FILE, pSide->ulMallocLine));

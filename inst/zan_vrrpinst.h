@@ -172,13 +172,8 @@ static inline ZAN_COMP_CTX_S *ZAN_VrrpInst_Ctx(const ZAN_VRRP_INST_S *pInst)
 }
 
 /* Trace site of the consumer side. */
-#define ZAN_VRRP_INST_TRACE(pInst, line, ...)                                                \
-    do {                                                                                     \
-        const ZAN_VRRP_ADP_S *pTraceAdp_ = (pInst)->pAdp;                                    \
-        if (ZAN_VrrpAdp_TraceHeard(pTraceAdp_)) {                                            \
-            ZAN_VrrpAdp_Trace(pTraceAdp_, ZAN_VRRP_INST_MODULE, (line), __VA_ARGS__);        \
-        }                                                                                    \
-    } while (0)
+#define ZAN_VRRP_INST_TRACE(pInst, line, ...) \
+    ZAN_VrrpAdp_Trace((pInst)->pAdp, ZAN_VRRP_INST_MODULE, (line), __VA_ARGS__)
 
 /* Stops one of the instance's timers if it runs and clears its handle. */
 void ZAN_VrrpInst_StopTmr_(ZAN_VRRP_INST_S *pInst, uint32_t *pulTmr);

@@ -55,9 +55,6 @@ void ZAN_VrrpInst_NotifyTimeOut_(void *pvInst, uint32_t ulTmrVal, ZAN_COMP_CTX_S
 {
     (void)ulTmrVal;
     ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
-    if (pCompCtx == nullptr) {
-        pCompCtx = ZAN_VrrpInst_Ctx(pInst);
-    }
     if (pCompCtx->usStartInhibit == 0u) {
         ZAN_VrrpInst_SendNotifyEventMsg_(pInst);
     }

@@ -15,12 +15,12 @@ constexpr uint16_t ZAN_VRRP_REC_TYPE_DWORD = 3004;
 
 // A header word (two 16-bit fields) as it lies in memory, read as a host-order word: on the
 // wire (network order) or once converted (each field in host order).
-constexpr uint32_t ZAN_VrrpInst_WireWord_(uint16_t usHi, uint16_t usLo)
+consteval uint32_t ZAN_VrrpInst_WireWord_(uint16_t usHi, uint16_t usLo)
 {
     const uint32_t ulBe = ((uint32_t)usHi << 16) | usLo;
     return (std::endian::native == std::endian::big) ? ulBe : __builtin_bswap32(ulBe);
 }
-constexpr uint32_t ZAN_VrrpInst_HostWord_(uint16_t usHi, uint16_t usLo)
+consteval uint32_t ZAN_VrrpInst_HostWord_(uint16_t usHi, uint16_t usLo)
 {
     return (std::endian::native == std::endian::big) ? (((uint32_t)usHi << 16) | usLo)
                                                      : (((uint32_t)usLo << 16) | usHi);

@@ -35,14 +35,13 @@ const ZAN_VRRP_SUB_SIDE_S g_stUnSubSide = {ZAN_VRRP_MSG_UNSUBSCRIBE,
                                            &ZAN_VRRP_INST_EVT_STAT_S::usUnSubMaxLen,
                                            &ZAN_VRRP_INST_EVT_STAT_S::usUnSubNoItem};
 
-// Copies one TLV area (type, length, value) to pucDst with type and length in network order.
+// Copies one TLV area (type, length, value) to pucDst with type and length in network order;
+// the result is the copy's. The room was checked, so the two words lie inside it either way.
 uint32_t ZAN_VrrpInst_PutTlv_(uint8_t *pucDst, uint32_t ulRoom, const uint8_t *pucTlv, uint32_t ulSize)
 {
     const uint32_t ulRet = memcpy_s(pucDst, ulRoom, pucTlv, ulSize);
-    if (ulRet == 0u) {
-        ZAN_VrrpAdp_PutBe16(pucDst, ZAN_VrrpAdp_GetHost16(pucTlv));
-        ZAN_VrrpAdp_PutBe16(pucDst + 2, ZAN_VrrpAdp_GetHost16(pucTlv + 2));
-    }
+    ZAN_VrrpAdp_PutBe16(pucDst, ZAN_VrrpAdp_GetHost16(pucTlv));
+    ZAN_VrrpAdp_PutBe16(pucDst + 2, ZAN_VrrpAdp_GetHost16(pucTlv + 2));
     return ulRet;
 }
 
@@ -124,9 +123,6 @@ uint32_t ZAN_VrrpInst_SendSideMsg_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_SUB_SI
 // A retry expiry repeats the sent, unacknowledged items; with none left the timer stops.
 void ZAN_VrrpInst_SideTimeOut_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_SUB_SIDE_S *pSide, ZAN_COMP_CTX_S *pCompCtx)
 {
-    if (pCompCtx == nullptr) {
-        pCompCtx = ZAN_VrrpInst_Ctx(pInst);
-    }
     if (pCompCtx->usStartInhibit != 0u) {
         return;
     }

@@ -35,9 +35,6 @@ enum : uint32_t {
 // component context's adapter slot.
 void ZAN_VrrpProd_Trace_(ZAN_COMP_CTX_S *pCompCtx, uint32_t ulLine, const char *pcFmt, ...)
 {
-    if (pCompCtx == nullptr) {
-        return;
-    }
     va_list ap;
     va_start(ap, pcFmt);
     ZAN_VrrpAdp_TraceV(static_cast<const ZAN_VRRP_ADP_S *>(pCompCtx->pAdpSlot), ZAN_VRRP_PROD_MODULE, ulLine, pcFmt,
@@ -193,9 +190,6 @@ void ZAN_VrrpProd_OnTmrTO_(void *pvInst, uint32_t ulTmrVal, ZAN_COMP_CTX_S *pCom
 {
     (void)ulTmrVal;
     ZAN_VRRP_INST_S *pInst = static_cast<ZAN_VRRP_INST_S *>(pvInst);
-    if (pCompCtx == nullptr) {
-        pCompCtx = ZAN_VrrpInst_Ctx(pInst);
-    }
     ZAN_VRRP_PROD_TRACE(pCompCtx, LINE_TMRTO, "vrrp prod, OnTmrTO_, %u, %u", pInst->IfGroupId,
                         (uint32_t)pInst->pProd->State);
     // An expiry ends flow control as far as the producer is concerned.

@@ -85,22 +85,11 @@ static inline bool ZAN_VrrpProd_ResetSince_(const ZAN_VRRP_INST_S *pInst, uint32
     return pInst->pProd->ulResetCnt != ulResetCnt;
 }
 
-/* Trace point of the producer, with debug text when debug output is on. Call it through
- * ZAN_VRRP_PROD_TRACE, which skips the call when nothing would hear it. */
+/* Trace point of the producer, with debug text when debug output is on. */
 void ZAN_VrrpProd_Trace_(ZAN_COMP_CTX_S *pCompCtx, uint32_t ulLine, const char *pcFmt, ...)
     __attribute__((format(printf, 3, 4)));
 
-static inline bool ZAN_VrrpProd_TraceHeard_(const ZAN_COMP_CTX_S *pCompCtx)
-{
-    return pCompCtx != nullptr && ZAN_VrrpAdp_TraceHeard(static_cast<const ZAN_VRRP_ADP_S *>(pCompCtx->pAdpSlot));
-}
-
-#define ZAN_VRRP_PROD_TRACE(pCompCtx, ulLine, ...)                    \
-    do {                                                              \
-        if (ZAN_VrrpProd_TraceHeard_(pCompCtx)) {                     \
-            ZAN_VrrpProd_Trace_((pCompCtx), (ulLine), __VA_ARGS__);   \
-        }                                                             \
-    } while (0)
+#define ZAN_VRRP_PROD_TRACE(pCompCtx, ulLine, ...) ZAN_VrrpProd_Trace_((pCompCtx), (ulLine), __VA_ARGS__)
 
 /* Record, states, timer, lifecycle. */
 uint32_t ZAN_VrrpProd_Init(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_PROD_CFG_S *pCfg);

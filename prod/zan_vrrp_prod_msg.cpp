@@ -21,19 +21,17 @@ constexpr uint32_t ZAN_VRRP_KEY_TYPE_LEN_WORD = (ZAN_VRRP_KEY_TLV_TYPE << 16) | 
 
 // Copies a TLV to the message with its type and length in network order and the 32-bit value
 // word at ulWordOff (if any) turned from host to network order; the other bytes as they are.
+// The result is the copy's; the room was checked, so the words lie inside it either way.
 uint32_t ZAN_VrrpProd_PutTlv_(uint8_t *pucDst, uint32_t ulRoom, const uint8_t *pucTlv, int32_t lWordOff)
 {
     const uint16_t usLen = ZAN_VrrpAdp_GetHost16(pucTlv + 2);
     const uint32_t ulRet = memcpy_s(pucDst, ulRoom, pucTlv, (size_t)usLen + 4u);
-    if (ulRet != 0u) {
-        return ulRet;
-    }
     ZAN_VrrpAdp_PutBe16(pucDst, ZAN_VrrpAdp_GetHost16(pucTlv));
     ZAN_VrrpAdp_PutBe16(pucDst + 2, usLen);
     if (lWordOff >= 0) {
         ZAN_VrrpAdp_PutBe32(pucDst + 4 + lWordOff, ZAN_VrrpAdp_GetHost32(pucTlv + 4 + lWordOff));
     }
-    return 0;
+    return ulRet;
 }
 
 }  // namespace

@@ -21,8 +21,7 @@ TEST_F(Trace, DebugTextIsTruncatedTo255Characters)
     EXPECT_EQ(Rec().traces[0], std::make_pair(std::string("zan vrrp, adp"), 7u));
 }
 
-// The same for the adapter's trace and for the instance's and the producer's wrappers, which
-// skip the call when no slot would hear it.
+// The same for the adapter's trace and for the instance's and the producer's trace sites.
 TEST_F(Trace, EachStepDependsOnlyOnItsOwnSlots)
 {
     ASSERT_EQ(libtest::CreateDeploy(0x10, 1), 0u);

@@ -1,6 +1,7 @@
 // Every allocation, message buffer and timer of a full scenario can fail: for each position
 // in turn the scenario runs with that one failure and must end with nothing held and no
 // misuse of the platform.
+#include "labels.h"
 #include "lib_fixture.h"
 
 namespace {
@@ -106,7 +107,7 @@ TEST(AllocFailure, ScenarioSurvivesAnySingleFailureAndReleasesEverything)
             EXPECT_EQ(libtest::FwBlocksBesideContext(), 0u);
             EXPECT_EQ(host::BlocksOn(host::LastCreatedHandle()), 0u);
             EXPECT_EQ(host::MsgsOutstanding(), 0u);
-            EXPECT_EQ(ZAN_VrrpAdp_LiveOf(host::Ctx()), nullptr);
+            EXPECT_EQ(sim::LiveAdp(), nullptr);
             EXPECT_TRUE(host::RunningTimerPeriods().empty());
             libtest::ExpectNoFaults();
             if (HasFailure()) {

@@ -159,6 +159,9 @@ INSTANTIATE_TEST_SUITE_P(
         Case{"KeyTypeNot3001AfterGoodOnes", Cat({kGood1, kGood2, kGood3, Rec(3002, kKey1, kData, -1, 3005)}), -1,
              {k1, k2, k3}, 1, 0, 0},
         Case{"KeyLengthNot8", Cat({Rec(3002, {1, 2, 3, 4}, kData), kGood2}), -1, {}, 1, 0, 0},
+        // Records as long as the usual one but not of its form take the general path.
+        Case{"UsualLengthKeyTypeNot3001", Rec(3002, kKey1, {1, 2, 3, 4, 5, 6, 7, 8}, -1, 3005), -1, {}, 1, 0, 0},
+        Case{"UsualLengthDataNot8", Cat({Rec(3002, kKey1, kData, 24), {9, 9, 9, 9}, kGood2}), -1, {k1, k2}, 0, 1, 0},
         // The first record of an unknown type has its key where its own header is: that header,
         // converted twice, is no 3001/8 key TLV.
         Case{"UnknownTypeFirst", Cat({Rec(3001, kKey1, kData), kGood2}), -1, {}, 1, 0, 0},

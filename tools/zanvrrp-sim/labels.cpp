@@ -264,6 +264,12 @@ uint32_t ReadProdLabel(const ZAN_VRRP_INST &inst, const std::string &label)
     return ReadFrom(kProdScalars, kNoArrays, inst, label);
 }
 
+ZAN_VRRP_ADP *LiveAdp()
+{
+    ZAN_VRRP_ADP_S *pAdp = static_cast<ZAN_VRRP_ADP_S *>(host::Ctx()->pAdpSlot);
+    return (pAdp != nullptr && pAdp->bLive != 0u) ? pAdp : nullptr;
+}
+
 std::vector<host::HeldBlock> FwBlocksBesideKeptContext()
 {
     std::vector<host::HeldBlock> held = host::HeldBlocks(host::Ctx()->ulFwMemHandle);

@@ -26,6 +26,10 @@ uint32_t ReadInstLabel(const ZAN_VRRP_INST &inst, const std::string &label);
 // The instance's producer must exist.
 uint32_t ReadProdLabel(const ZAN_VRRP_INST &inst, const std::string &label);
 
+// The component's adapter while it is live (initialised and not ended), else NULL: an ended
+// adapter's context stays in the component's slot.
+ZAN_VRRP_ADP *LiveAdp();
+
 // Blocks held on the component's framework memory handle, but for the context that an ended
 // adapter keeps in the component's slot (the framework may still hand it to the handlers
 // registered with it): what a teardown must leave empty.

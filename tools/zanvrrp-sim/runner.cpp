@@ -7,6 +7,7 @@
 #include <unordered_map>
 
 #include "adp/zan_vrrpadp.h"
+#include "labels.h"
 #include "msgform.h"
 #include "zan_vrrp_lib.h"
 
@@ -79,7 +80,7 @@ constexpr std::pair<const char *, host::FailKind> kFailKinds[] = {
     {"regcfg", host::FailKind::RegCfg},   {"reginner", host::FailKind::RegInner}, {"adpinit", host::FailKind::AdpInit},
     {"addinst", host::FailKind::AddInst}, {"delinst", host::FailKind::DelInst},   {"instinit", host::FailKind::InstInit},
     {"startwork", host::FailKind::StartWork}, {"rbtadd", host::FailKind::RbtAdd}, {"cliaddrec", host::FailKind::CliAddRec},
-    {"cliretcode", host::FailKind::CliRetCode},
+    {"cliretcode", host::FailKind::CliRetCode}, {"copy", host::FailKind::Copy},
 };
 static_assert(std::size(kFailKinds) == static_cast<std::size_t>(host::FailKind::Count),
               "every failure kind of the host has a name");
@@ -389,7 +390,7 @@ void Runner::CheckResult(const char *what, std::optional<uint32_t> expected, uin
 
 ZAN_VRRP_ADP *Runner::Adp() const
 {
-    return ZAN_VrrpAdp_LiveOf(host::Ctx());
+    return LiveAdp();
 }
 
 ZAN_VRRP_ADP *Runner::NeedAdp() const

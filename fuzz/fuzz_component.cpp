@@ -21,7 +21,10 @@
 //                        (the library refuses it by design and reports it);
 //      zan_vrrpinst 150 / 330 / 1208: pfnRegAck / pfnRecvData / pfnItemDown was missing from the
 //                        callback table at some moment of the operation (a required slot left
-//                        empty is reported, not called).
+//                        empty is reported, not called);
+//      zan_vrrpinst 233 / 745, zan_vrrp_prod 310 / 715: an armed copy refusal fired during the
+//                        operation (a refused copy into an item key, a request, a part or a
+//                        packed part is reported).
 // At the end ZAN_VrrpAdp_DeInit leaves no block on the framework handle (but the adapter context
 // it keeps for the framework's registrations) or the adapter's handle, no message buffer and no
 // timer.
@@ -170,6 +173,7 @@ struct App {
     uint32_t depth = 0;
     std::array<Reaction, SlotCount> react{};
     bool provokedLen = false;                 // a TLV longer than 12 went to (Un)Subscribe
+    bool copyRefused = false;                 // a bounded copy was refused (an armed copy failure)
     std::array<bool, SlotCount> lacked{};     // slot missing from the table during the operation
     std::array<bool, SlotCount> present{};    // slot in the installed table
     uint32_t sink = 0;  // keeps the reads of what the library hands over
@@ -514,10 +518,16 @@ struct AssertMark {
 
 bool AssertExpected(const host::AssertRec &a)
 {
-    if (a.file != ZAN_VRRP_INST_FILE) {
+    if (a.file != ZAN_VRRP_INST_FILE && a.file != ZAN_VRRP_PROD_FILE) {
         return false;
     }
+    if (a.file == ZAN_VRRP_PROD_FILE) {
+        return g.copyRefused && (a.line == 310u || a.line == 715u);
+    }
     switch (a.line) {
+        case 233:
+        case 745:
+            return g.copyRefused;
         case 232:
             return g.provokedLen;
         case 150:
@@ -868,11 +878,13 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size)
     Reader r{data, size, 0};
     g = App{};
     Setup(r.U8());
+    host::SetFailHook([](host::FailKind kind) { g.copyRefused = g.copyRefused || kind == host::FailKind::Copy; });
     TraceStates("setup");
     int steps = 0;
     while (r.More() && steps < 256) {
         const size_t before = host::Asserts().size();
         g.provokedLen = false;
+        g.copyRefused = false;
         for (int s = 0; s < SlotCount; s++) {
             g.lacked[s] = !g.present[s];
         }

@@ -75,6 +75,7 @@ typedef struct ZAN_VRRP_INST_DROP_STAT {
     uint32_t ulRecPastEnd; /* a record, its key TLV or its data TLV would run past usMsgLen (also
                               counted in GenKey, as a malformed record) */
     uint32_t ulShortEcho;  /* a request whose usMsgLen is below 20 was not echoed */
+    uint32_t ulEchoCopy;   /* a request was not echoed: the platform refused the copy */
     uint32_t ulItemInsert; /* a subscription item the tree service refused (freed; the add still returns 0) */
 } ZAN_VRRP_INST_DROP_STAT_S;
 

@@ -181,7 +181,12 @@ void ZAN_VrrpInst_SendAck(ZAN_VRRP_INST_S *pInst, const uint8_t *pMsg)
         ZAN_VrrpInst_AllocFail_(pInst, 0);
         return;
     }
-    (void)memcpy_s(pAck, usLen, pMsg, usLen);
+    if (memcpy_s(pAck, usLen, pMsg, usLen) != 0u) {
+        // No echo without the copy: its length would be whatever the buffer held.
+        pInst->stDropStat.ulEchoCopy++;
+        MSG_Free(pInst->stInstHead.ulPid, pAck);
+        return;
+    }
     pAck[ZAN_VRRP_HDR_FLAGS] |= ZAN_VRRP_FLAG_ACK;
     ZAN_VrrpAdp_SwapHdrFields(pAck);
     ZAN_VrrpInst_SendMsg_(pInst, pAck);

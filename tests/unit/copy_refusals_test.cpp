@@ -111,6 +111,24 @@ const std::vector<Case> kCases = {
                                          0,    0,    0,    1,    0xa5, 0xa5, 0xa5, 0xa5, 0x03, 0xe9, 0,    8,
                                          1,    2,    3,    4,    8,    7,    6,    5}));
      }},
+    // The echo of a request cannot be made: none is sent, and the update is still handed over.
+    {"Echo", Registered, 0,
+     [](ZAN_VRRP_ADP_S *) {
+         host::Sent().clear();
+         return host::DeliverMsg(0x10, {0, 44, 1, 15, 0, 0, 0, 0, 0, 1, 0, 0, 0, 0, 0, 0, 0, 0, 0, 1, 0x0b, 0xba, 0, 20,
+                                        0x0b, 0xb9, 0, 8, 1, 0, 0, 0, 1, 0, 0, 0, 0x03, 0xe9, 0, 4, 1, 2, 3, 4})
+                    ? 0u
+                    : 1u;
+     },
+     0u, std::nullopt,
+     [](ZAN_VRRP_ADP_S *) {
+         const ZAN_VRRP_INST_S *inst = libtest::Inst(0x10);
+         EXPECT_TRUE(host::Sent().empty());
+         EXPECT_EQ(host::MsgsOutstanding(), 0u);
+         EXPECT_EQ(inst->stDropStat.ulEchoCopy, 1u);
+         EXPECT_EQ(inst->aulSendAckCnt[ZAN_VRRP_MSG_RU_DATA], 1u);
+         EXPECT_EQ(inst->stErrStat.usErrInfoNum, 1u);  // the record was handed over
+     }},
     {"CallbackTable", nullptr, 0,
      [](ZAN_VRRP_ADP_S *a) {
          ZAN_VRRP_CALLBACK_S none{};

@@ -120,6 +120,7 @@ const Scalar<Inst> kInstScalars[] = {
     {"Evt.ReNotify", [](const Inst &i) -> uint32_t { return i.stEvtStat.usReNotify; }},
     {"Drop.RecPastEnd", [](const Inst &i) -> uint32_t { return i.stDropStat.ulRecPastEnd; }},
     {"Drop.ShortEcho", [](const Inst &i) -> uint32_t { return i.stDropStat.ulShortEcho; }},
+    {"Drop.EchoCopy", [](const Inst &i) -> uint32_t { return i.stDropStat.ulEchoCopy; }},
     {"Drop.ItemInsert", [](const Inst &i) -> uint32_t { return i.stDropStat.ulItemInsert; }},
     {"Ended", [](const Inst &i) -> uint32_t { return i.bEnded; }},
     {"Prod", [](const Inst &i) -> uint32_t { return i.pProd != nullptr ? 1u : 0u; }},

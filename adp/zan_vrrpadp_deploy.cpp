@@ -46,7 +46,7 @@ uint32_t ZAN_VrrpAdp_AddDeployRel_(ZAN_VRRP_ADP_S *pAdp, const ZAN_VRRP_DEPLOY_R
         pAdp->stErrStat.usMallocFail++;
         return 1;
     }
-    (void)memcpy_s(&pNode->stRec, sizeof(pNode->stRec), pRec, ZAN_VRRP_DEPLOY_REC_LEN);
+    pNode->stRec = *pRec;
     // Front insertion: every walk sees the most recent relation first.
     ZAN_LIST_LINK_S *pHead = &pAdp->stDeployList;
     pNode->stLink.pNext = pHead->pNext;

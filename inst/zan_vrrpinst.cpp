@@ -246,7 +246,8 @@ uint32_t ZAN_VrrpInst_StoreItem_(ZAN_VRRP_INST_S *pInst, const ZAN_VRRP_ADD_SIDE
         return ZAN_VRRP_ALL_ONES;
     }
     (void)memset_s(pNew, sizeof(*pNew), 0, sizeof(*pNew));
-    (void)memcpy_s(pNew->aucKey, sizeof(pNew->aucKey), aucKey, ZAN_VRRP_ITEM_KEY_LEN);
+    // A plain copy between two records of the library: the tree orders the item by it.
+    memcpy(pNew->aucKey, aucKey, ZAN_VRRP_ITEM_KEY_LEN);
     pNew->ucGroup = pSide->ucGroup;
     if (ZAN_RBT_AddNode(&pInst->stItemTree, &pNew->stNode, aucKey, ZAN_VrrpInst_SubItemCmpKey_) == 0u) {
         ZAN_VrrpInst_LinkItem_(pInst, pNew, SUB_ITEM_STATE_INIT);

@@ -66,7 +66,7 @@ void ZAN_VrrpInst_NotifyVrrpDown_(ZAN_VRRP_INST_S *pInst)
             KOL_Assert(ZAN_VRRP_INST_FILE, LINE_ASSERT_ITEMDOWN_CB, 0);
             return;
         }
-        (void)memcpy_s(aucLast, sizeof(aucLast), pItem->aucKey, ZAN_VRRP_ITEM_KEY_LEN);
+        memcpy(aucLast, pItem->aucKey, ZAN_VRRP_ITEM_KEY_LEN);  // the walk's place: a plain copy
         pfnItemDown(pItem->aucKey, ulHandle);
         pNode = ZAN_VrrpInst_NextAfterKey_(pInst, aucLast);
     }

@@ -252,14 +252,16 @@ uint32_t ZAN_VrrpProd_SendData(ZAN_COMP_CTX_S *pCompCtx, ZAN_VRRP_INST_S *pInst,
     if (pProd->State != VRRP_PROD_STATE_BN_DATA && pProd->State != VRRP_PROD_STATE_RN_DATA) {
         return 0;
     }
-    // Part key: a zeroed 16-byte area with the key TLV's three words and the data TLV's type
-    // and length. A datum replaces a stored, not yet sent one of the same key: the older part
+    // Part key: 16 bytes, the key TLV's three words and the data TLV's type and length word,
+    // copied a word at a time. A datum replaces a stored, not yet sent one of the same key: the older part
     // is deleted, and the datum is stored as a new part at the tail of the time order. When
     // the new part cannot be stored, the older one is gone all the same.
     uint8_t aucKey[ZAN_VRRP_PART_KEY_LEN];
-    (void)memset_s(aucKey, sizeof(aucKey), 0, sizeof(aucKey));
-    (void)memcpy_s(aucKey, sizeof(aucKey), pKey, 4u + ZAN_VRRP_KEY_TLV_LEN);
-    (void)memcpy_s(aucKey + 4u + ZAN_VRRP_KEY_TLV_LEN, sizeof(aucKey) - (4u + ZAN_VRRP_KEY_TLV_LEN), pData, 4u);
+    const uint8_t *pucKeyTlv = reinterpret_cast<const uint8_t *>(pKey);
+    ZAN_VrrpAdp_PutHost32(aucKey, ZAN_VrrpAdp_GetHost32(pucKeyTlv));
+    ZAN_VrrpAdp_PutHost32(aucKey + 4, ZAN_VrrpAdp_GetHost32(pucKeyTlv + 4));
+    ZAN_VrrpAdp_PutHost32(aucKey + 8, ZAN_VrrpAdp_GetHost32(pucKeyTlv + 8));
+    ZAN_VrrpAdp_PutHost32(aucKey + 12, ZAN_VrrpAdp_GetHost32(reinterpret_cast<const uint8_t *>(pData)));
     ZAN_VRRP_PART_S *pOld = ZAN_VrrpProd_FindPart_(pCompCtx, pInst, aucKey);
     if (pOld != nullptr) {
         ZAN_VrrpProd_DelPart_(pCompCtx, pInst, pOld);

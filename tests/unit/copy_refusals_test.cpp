@@ -79,7 +79,7 @@ const std::vector<Case> kCases = {
          EXPECT_EQ(libtest::Inst(0x10)->astGroup[ZAN_VRRP_GROUP_SUB].aulLen[SUB_ITEM_STATE_SENT], 1u);
      }},
     // The part is stored with its key TLV left zeroed: not a valid part, so it is not packed.
-    {"PartCopy", RealTime, 2,
+    {"PartCopy", RealTime, 0,
      [](ZAN_VRRP_ADP_S *a) {
          const ZAN_VRRP_TLV_S key = DataKey(1);
          return ZAN_VrrpAdp_SendData(a, 1, &key, &kData);

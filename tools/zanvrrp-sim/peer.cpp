@@ -83,13 +83,25 @@ uint64_t Rng::Next()
     return z ^ (z >> 31);
 }
 
-Key8 ItemKey(uint32_t group, uint32_t i)
+Key8 ItemKey(uint32_t group, uint32_t i, uint32_t items)
 {
     Key8 k{};
-    const uint32_t ifIndex = group * 1000u + i;
+    const uint32_t ifIndex = static_cast<uint32_t>((uint64_t(group) - 1u) * items + i + 1u);
     std::memcpy(k.data(), &ifIndex, 4);
     k[4] = static_cast<uint8_t>(1u + i % 250u);
     return k;
+}
+
+bool ItemNumber(const uint8_t *key, uint32_t groups, uint32_t items, uint64_t &number)
+{
+    uint32_t ifIndex;
+    std::memcpy(&ifIndex, key, 4);
+    if (ifIndex == 0 || ifIndex > uint64_t(groups) * items) {
+        return false;
+    }
+    number = ifIndex - 1u;
+    return std::memcmp(key, ItemKey(static_cast<uint32_t>(number / items) + 1u,
+                                    static_cast<uint32_t>(number % items), items).data(), 8) == 0;
 }
 
 Peer::Peer(uint32_t pid, std::vector<uint32_t> groups, uint32_t items, SendFn send, uint64_t seed)
@@ -100,8 +112,12 @@ Peer::Peer(uint32_t pid, std::vector<uint32_t> groups, uint32_t items, SendFn se
             Key8 v{};
             v[0] = static_cast<uint8_t>(1 + rng_.Below(3));    // state
             v[1] = static_cast<uint8_t>(1 + rng_.Below(254));  // priority
-            table_[ItemKey(g, i)] = v;
+            table_[ItemKey(g, i, items)] = v;
         }
+    }
+    keys_.reserve(table_.size());
+    for (const auto &entry : table_) {
+        keys_.push_back(entry.first);
     }
 }
 
@@ -110,6 +126,8 @@ void Peer::Restart()
     subs_.clear();
     dirty_.clear();
     batch_ = Batch::Idle;
+    batchKeys_.clear();
+    nextKeys_.clear();
     ruKeys_.clear();
     pendingOpen_ = false;
     pending_.clear();
@@ -120,7 +138,7 @@ void Peer::Restart()
 
 bool Peer::Quiet() const
 {
-    return batch_ == Batch::Idle && ruKeys_.empty() && dirty_.empty();
+    return batch_ == Batch::Idle && ruKeys_.empty() && dirty_.empty() && nextKeys_.empty();
 }
 
 std::optional<uint64_t> Peer::NextDue() const
@@ -182,12 +200,12 @@ void Peer::OnConsumerMsg(const Decoded &d, const std::vector<uint8_t> &msg, uint
             break;
         case 13:
             if (batch_ == Batch::EndSent && d.seq == batchEndSeq_) {
-                batch_ = Batch::Idle;
+                BatchDone(now);
             }
             break;
         case 14:
             if (batch_ == Batch::OneSent && d.seq == batchSeq_) {
-                batch_ = Batch::Idle;
+                BatchDone(now);
             }
             break;
         case 15:
@@ -207,17 +225,21 @@ void Peer::OnConsumerMsg(const Decoded &d, const std::vector<uint8_t> &msg, uint
         subs_.clear();
         dirty_.clear();
         batch_ = Batch::Idle;
+        batchKeys_.clear();
+        nextKeys_.clear();
         ruKeys_.clear();
         break;
     case 9:
-        // Whoever subscribes wants the states, also of items it had before (it may have
-        // withdrawn them meanwhile by a request that got lost): a new batch carries them all.
+        // Whoever subscribes wants the states of the items it names, also of those it had
+        // before (it may have withdrawn them meanwhile by a request that got lost): a batch
+        // carries them, the running one's successor if a batch is under way.
         Ack(msg);
         for (const BodyElem &e : d.elems) {
             subs_.insert(ToKey(e.key.value));
+            nextKeys_.insert(ToKey(e.key.value));
         }
-        if (!d.elems.empty()) {
-            StartBatch(now);
+        if (batch_ == Batch::Idle) {
+            StartBatch(now, false);
         }
         break;
     case 10:
@@ -225,21 +247,30 @@ void Peer::OnConsumerMsg(const Decoded &d, const std::vector<uint8_t> &msg, uint
         for (const BodyElem &e : d.elems) {
             subs_.erase(ToKey(e.key.value));
             dirty_.erase(ToKey(e.key.value));
+            nextKeys_.erase(ToKey(e.key.value));
         }
         break;
-    case 16:  // the batch broke on the consumer's side: it starts again
+    case 16:  // the batch broke on the consumer's side: it starts again, with every item
         Ack(msg);
         stats_.notifyReceived++;
-        StartBatch(now);
+        StartBatch(now, true);
         break;
     default:
         break;
     }
 }
 
+void Peer::BatchDone(uint64_t now)
+{
+    batch_ = Batch::Idle;
+    stats_.batchesDone++;
+    stats_.batchLastDone = stats_.batches;
+    stats_.batchDoneAt = now;
+    StartBatch(now, false);  // the items subscribed meanwhile
+}
+
 void Peer::OnProducerMsg(const Decoded &d, const std::vector<uint8_t> &msg, uint64_t now)
 {
-    (void)now;
     if (d.ack) {
         return;  // the producer's acknowledgement of a NotifyEvent: nothing to do
     }
@@ -256,6 +287,7 @@ void Peer::OnProducerMsg(const Decoded &d, const std::vector<uint8_t> &msg, uint
         pendingOpen_ = true;
         pending_.clear();
         nextData_ = 2;
+        stats_.prodBatches++;
         Ack(msg);
         break;
     case 4:
@@ -272,13 +304,21 @@ void Peer::OnProducerMsg(const Decoded &d, const std::vector<uint8_t> &msg, uint
             }
             nextData_++;
         }
+        stats_.prodBatchMsgs = std::max(stats_.prodBatchMsgs, d.seq - 1u);
         break;
     case 5:
+        if (d.seq >= 2u) {
+            stats_.prodBatchMsgs = std::max(stats_.prodBatchMsgs, d.seq - 2u);
+        }
         if (pendingOpen_ && d.tran == pendingTran_ && d.seq == nextData_) {
-            copy_ = pending_;
+            copy_ = std::move(pending_);
+            pending_.clear();
             pendingOpen_ = false;
             doneTran_ = d.tran;
             doneEnd_ = d.seq;
+            stats_.prodBatchesDone++;
+            stats_.prodLastDone = stats_.prodBatches;
+            stats_.prodDoneAt = now;
             Ack(msg);
         } else if (d.tran == doneTran_ && d.seq == doneEnd_) {
             Ack(msg);  // its acknowledgement was lost
@@ -339,28 +379,57 @@ void Peer::SendRecords(uint8_t type, uint32_t seq, const std::vector<Key8> &keys
     send_(m);
 }
 
-void Peer::StartBatch(uint64_t now)
+// A batch of every subscribed item, or of those named since the last batch began.
+void Peer::StartBatch(uint64_t now, bool all)
 {
-    dirty_.clear();  // the batch carries every subscribed item's state as it is now
-    if (subs_.empty()) {
+    batchKeys_.clear();
+    if (all) {
+        batchKeys_.assign(subs_.begin(), subs_.end());
+    } else {
+        for (const Key8 &k : nextKeys_) {
+            if (subs_.count(k) != 0) {
+                batchKeys_.push_back(k);
+            }
+        }
+    }
+    nextKeys_.clear();
+    for (const Key8 &k : batchKeys_) {
+        dirty_.erase(k);  // the batch carries the item's state as it is when it goes out
+    }
+    if (batchKeys_.empty()) {
         batch_ = Batch::Idle;
         return;
     }
     stats_.batches++;
-    batchSeq_ += 1000u;
+    // The batches' sequence numbers stay apart however many BUData a batch takes.
+    const uint32_t msgs = static_cast<uint32_t>((batchKeys_.size() + kRecordsPerMsg - 1) / kRecordsPerMsg);
+    batchSeq_ += 1000u * (1u + msgs / 998u);
     batchDue_ = now + kRetransmitMs;
-    if (subs_.size() <= kRecordsPerMsg / 2) {
+    if (batchKeys_.size() <= kRecordsPerMsg / 2) {
         batch_ = Batch::OneSent;
-        SendRecords(14, batchSeq_, std::vector<Key8>(subs_.begin(), subs_.end()));
+        SendRecords(14, batchSeq_, batchKeys_);
         return;
     }
     batch_ = Batch::BeginSent;
     SendHeader(11, 0, batchSeq_);
 }
 
+// The batch's items still subscribed.
+std::vector<Key8> Peer::BatchItems() const
+{
+    std::vector<Key8> keys;
+    keys.reserve(batchKeys_.size());
+    for (const Key8 &k : batchKeys_) {
+        if (subs_.count(k) != 0) {
+            keys.push_back(k);
+        }
+    }
+    return keys;
+}
+
 void Peer::SendBatchData(uint64_t now)
 {
-    std::vector<Key8> keys(subs_.begin(), subs_.end());
+    const std::vector<Key8> keys = BatchItems();
     uint32_t seq = batchSeq_;
     for (std::size_t i = 0; i < keys.size(); i += kRecordsPerMsg) {
         const std::size_t n = std::min(kRecordsPerMsg, keys.size() - i);
@@ -368,6 +437,7 @@ void Peer::SendBatchData(uint64_t now)
                                                  keys.begin() + static_cast<std::ptrdiff_t>(i + n)));
     }
     batchEndSeq_ = seq + 1u;
+    stats_.batchMsgs = std::max(stats_.batchMsgs, seq - batchSeq_);
     batch_ = Batch::EndSent;
     batchDue_ = now + kRetransmitMs;
     SendHeader(13, 0, batchEndSeq_);
@@ -399,7 +469,7 @@ void Peer::Tick(uint64_t now)
         } else if (batch_ == Batch::EndSent) {
             SendHeader(13, 0, batchEndSeq_);
         } else {
-            SendRecords(14, batchSeq_, std::vector<Key8>(subs_.begin(), subs_.end()));
+            SendRecords(14, batchSeq_, BatchItems());
         }
     }
     if (!ruKeys_.empty() && ruDue_ <= now) {
@@ -424,11 +494,10 @@ void Peer::Tick(uint64_t now)
 
 void Peer::ChangeRandomItem(uint64_t now)
 {
-    if (table_.empty()) {
+    if (keys_.empty()) {
         return;
     }
-    auto it = table_.begin();
-    std::advance(it, rng_.Below(static_cast<uint32_t>(table_.size())));
+    auto it = table_.find(keys_[rng_.Below(static_cast<uint32_t>(keys_.size()))]);
     Key8 &v = it->second;
     v[0] = static_cast<uint8_t>(1 + rng_.Below(3));
     v[1] = static_cast<uint8_t>(1 + rng_.Below(254));

@@ -1,7 +1,8 @@
 // A model of a VRRP component's side of the protocol, for the simulation: towards the library's
 // consumer it acknowledges registration and subscriptions, owns a table of item states and sends
-// the subscribed items' states (a batch, then real-time updates), repeating what is not
-// acknowledged and starting the batch again on a NotifyEvent; towards the library's producer it
+// the subscribed items' states (a batch of the items that Subscribe requests name, one batch at
+// a time, then real-time updates), repeating what is not acknowledged and starting a batch of
+// every subscribed item on a NotifyEvent; towards the library's producer it
 // acknowledges AddProducer, BNBegin and BNEnd, checks the BNData sequence and asks for the batch
 // again (NotifyEvent) on a gap, acknowledges RNData and keeps its copy of the application's data.
 #ifndef ZANVRRP_SIM_PEER_H
@@ -33,15 +34,28 @@ private:
     uint64_t s_;
 };
 
-// The key of item i of interface group g, as the application subscribes it: IfIndex (host
-// order), VrrpId, three zero bytes.
-Key8 ItemKey(uint32_t group, uint32_t i);
+// The key of item i of interface group g (1-based), as the application subscribes it: IfIndex
+// (host order), VrrpId, three zero bytes. IfIndex numbers the items of all groups from 1, each
+// group holding `items`: a key tells its group and number back (ItemNumber).
+Key8 ItemKey(uint32_t group, uint32_t i, uint32_t items);
+// The item's number over all groups ((group - 1) x items + i), or false for a key of no item of
+// `groups` groups of `items` each.
+bool ItemNumber(const uint8_t *key, uint32_t groups, uint32_t items, uint64_t &number);
 
 struct PeerStats {
     uint32_t retransmissions = 0;   // requests sent again on the peer's timer
     uint32_t notifySent = 0;        // NotifyEvent requests sent to the producer
     uint32_t notifyReceived = 0;    // NotifyEvent requests from the consumer
     uint32_t batches = 0;           // consumer batches started
+    uint32_t batchesDone = 0;       // consumer batches acknowledged to their end
+    uint32_t batchLastDone = 0;     // the number (1, 2, ...) of the last consumer batch completed
+    uint32_t batchMsgs = 0;         // BUData messages of the largest consumer batch
+    uint64_t batchDoneAt = 0;
+    uint32_t prodBatches = 0;       // producer batches begun (BNBegin)
+    uint32_t prodBatchesDone = 0;   // producer batches taken over (BNEnd in sequence)
+    uint32_t prodLastDone = 0;      // the number of the last producer batch taken over
+    uint32_t prodBatchMsgs = 0;     // BNData messages of the largest producer batch seen
+    uint64_t prodDoneAt = 0;
     uint32_t duplicatesIgnored = 0; // network duplicates of a request
 };
 
@@ -51,6 +65,11 @@ public:
 
     // pid: the VRRP component; groups: the interface groups it serves; items: items per group.
     Peer(uint32_t pid, std::vector<uint32_t> groups, uint32_t items, SendFn send, uint64_t seed);
+
+    // A batch begun and not completed since (the consumer's of item states, the producer's of
+    // the application's data).
+    bool BatchOpen() const { return batch_ != Batch::Idle && stats_.batchLastDone != stats_.batches; }
+    bool ProdBatchOpen() const { return stats_.prodBatches != 0 && stats_.prodLastDone != stats_.prodBatches; }
 
     uint32_t Pid() const { return pid_; }
     void Receive(const std::vector<uint8_t> &msg, uint64_t now);
@@ -76,7 +95,9 @@ private:
     void Ack(const std::vector<uint8_t> &req);
     void OnConsumerMsg(const Decoded &d, const std::vector<uint8_t> &msg, uint64_t now);
     void OnProducerMsg(const Decoded &d, const std::vector<uint8_t> &msg, uint64_t now);
-    void StartBatch(uint64_t now);
+    void StartBatch(uint64_t now, bool all);
+    std::vector<Key8> BatchItems() const;
+    void BatchDone(uint64_t now);
     void SendBatchData(uint64_t now);
     void SendRecords(uint8_t type, uint32_t seq, const std::vector<Key8> &keys);
     void SendHeader(uint8_t type, uint32_t tran, uint32_t seq);
@@ -93,8 +114,11 @@ private:
 
     // Towards the consumer.
     std::map<Key8, Key8> table_;   // item key -> state (8 bytes)
+    std::vector<Key8> keys_;       // the table's keys, to pick one at random
     std::set<Key8> subs_;
     std::set<Key8> dirty_;         // subscribed items changed since they were last sent
+    std::vector<Key8> batchKeys_;  // the items of the running batch
+    std::set<Key8> nextKeys_;      // items named by Subscribe requests since it began
     Batch batch_ = Batch::Idle;
     uint32_t batchSeq_ = 0;        // sequence number of the running batch's BUBegin
     uint32_t batchEndSeq_ = 0;

@@ -18,11 +18,14 @@ struct SimOptions {
     uint32_t groups = 2;        // interface groups per peer
     uint32_t items = 20;        // VRRP items per group, all subscribed by the application
     uint32_t parts = 40;        // data of the application per group
+    // Limits: peers x groups x items and peers x groups x parts below 2^32 (the first word of
+    // the keys numbers them); peers below 2^28 (a pid each, 0x10 apart).
     double duration = 600;      // seconds of virtual time before the quiet period
     uint64_t seed = 1;
     double lossUp = 0;          // library to peers
     double lossDown = 0;        // peers to library
     double dup = 0;             // a request delivered twice
+    bool keepLoss = false;      // the losses go on through the quiet period
     bool fc = false;            // flow-control episodes
     bool flaps = false;         // VRRP component down/up episodes
     bool work = false;          // work-state off/on episodes

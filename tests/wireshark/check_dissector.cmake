@@ -40,14 +40,33 @@ foreach(f ${fields})
   list(APPEND field_args -e ${f})
 endforeach()
 
-# Compares the lines of two files; fails naming the first line that differs.
+# Lines of a file as a list. Square brackets and semicolons would bend CMake's list splitting;
+# they are shown as < > and , (in both files alike).
+function(read_lines file out)
+  file(READ ${file} text)
+  string(REPLACE ";" "," text "${text}")
+  string(REPLACE "[" "<" text "${text}")
+  string(REPLACE "]" ">" text "${text}")
+  string(REGEX REPLACE "\n$" "" text "${text}")
+  string(REPLACE "\n" ";" text "${text}")
+  set(${out} "${text}" PARENT_SCOPE)
+endfunction()
+
+# Compares the lines of two files; fails naming the first line that differs. WANT and GOT name
+# the two sources, UNIT what a line is.
 function(compare_lines what want_file got_file)
-  file(STRINGS ${want_file} want)
-  file(STRINGS ${got_file} got)
+  cmake_parse_arguments(arg "" "WANT;GOT;UNIT" "" ${ARGN})
+  if(NOT arg_WANT)
+    set(arg_WANT pcap-fields)
+    set(arg_GOT tshark)
+    set(arg_UNIT "packet")
+  endif()
+  read_lines(${want_file} want)
+  read_lines(${got_file} got)
   list(LENGTH want nwant)
   list(LENGTH got ngot)
   if(nwant EQUAL 0)
-    message(FATAL_ERROR "${what}: pcap-fields printed nothing")
+    message(FATAL_ERROR "${what}: ${arg_WANT} has nothing")
   endif()
   set(i 0)
   while(i LESS nwant AND i LESS ngot)
@@ -57,15 +76,14 @@ function(compare_lines what want_file got_file)
       math(EXPR n "${i} + 1")
       string(REPLACE "\t" " | " w "${w}")
       string(REPLACE "\t" " | " g "${g}")
-      message(FATAL_ERROR "${what}: packet ${n} differs (fields: ${fields})\n"
-                          "  pcap-fields: ${w}\n  tshark:      ${g}")
+      message(FATAL_ERROR "${what}: ${arg_UNIT} ${n} differs\n  ${arg_WANT}: ${w}\n  ${arg_GOT}: ${g}")
     endif()
     math(EXPR i "${i} + 1")
   endwhile()
   if(NOT nwant EQUAL ngot)
-    message(FATAL_ERROR "${what}: pcap-fields printed ${nwant} packets, tshark ${ngot}")
+    message(FATAL_ERROR "${what}: ${arg_WANT} has ${nwant} ${arg_UNIT}s, ${arg_GOT} ${ngot}")
   endif()
-  message("${what}: ${nwant} packets, the same fields")
+  message("${what}: ${nwant} ${arg_UNIT}s alike")
 endfunction()
 
 # One capture: zanvrrp-sim ARGS... --pcap FILE, then both readers, then the comparison.
@@ -140,3 +158,18 @@ check_capture(bodies script ${SRC}/tests/wireshark/bodies.zvs)
 # The live simulation's traffic: batches of several BUData, notify events, restarts.
 check_capture(simulation run --duration 40 --seed 5 --items 100 --parts 200 --loss 0.1 --dup 0.05 --fc --flaps
               --work --quiet)
+
+# The flow graph draws the ladder of an exchange: one column per pid, one arrow per message, as
+# tests/wireshark/ladder.txt shows it for the capture of ladder.zvs.
+set(pcap ${WORK}/ladder.pcap)
+execute_process(COMMAND ${emu} ${SIM} script --pcap ${pcap} ${SRC}/tests/wireshark/ladder.zvs
+                OUTPUT_VARIABLE out ERROR_VARIABLE out RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "ladder: zanvrrp-sim script failed (${rc}):\n${out}")
+endif()
+execute_process(COMMAND ${TSHARK} -n -r ${pcap} -X lua_script:${lua} -q -z flow,any,network
+                OUTPUT_FILE ${WORK}/ladder.got ERROR_VARIABLE err RESULT_VARIABLE rc)
+if(NOT rc EQUAL 0)
+  message(FATAL_ERROR "ladder: tshark failed (${rc}): ${err}")
+endif()
+compare_lines(ladder ${SRC}/tests/wireshark/ladder.txt ${WORK}/ladder.got WANT ladder.txt GOT "tshark -z flow" UNIT line)

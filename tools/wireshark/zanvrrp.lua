@@ -8,6 +8,9 @@
 -- compares them). A body that does not hold what it claims is marked malformed (an expert info
 -- and zanvrrp.malformed = 1); the dissector never reads past the packet.
 --
+-- Every party has an address, its pid, so that Statistics > Flow Graph (tshark -z
+-- flow,any,network) draws the exchange as a ladder: one column per party, one arrow per message.
+--
 -- Use: wireshark -X lua_script:tools/wireshark/zanvrrp.lua capture.pcap
 -- or copy this file into Wireshark's personal Lua plugins folder.
 
@@ -247,6 +250,10 @@ local function add_malformed(tree, bad)
     tree:add(f.malformed, bad and 1 or 0):set_generated()
 end
 
+local function pid_address(high, low)
+    return Address.ipv6(string.format("::%x:%x", high, low))
+end
+
 function zanvrrp.dissector(tvb, pinfo, root)
     pinfo.cols.protocol = "ZANVRRP"
     local total = tvb:len()
@@ -263,8 +270,16 @@ function zanvrrp.dissector(tvb, pinfo, root)
     ph:add(f.time, tvb(0, 4))
     ph:add(f.sender, tvb(4, 4))
     ph:add(f.receiver, tvb(8, 4))
-    pinfo.cols.src = "pid " .. tvb(4, 4):uint()
-    pinfo.cols.dst = "pid " .. tvb(8, 4):uint()
+    -- Each party's address is its pid, so that the flow graph draws one column per party. A
+    -- Lua dissector can set only IP and Ethernet addresses: the pid is an IPv6 address whose
+    -- hex digits are the pid's (::100 the library of component id 0x100, ::10 the VRRP
+    -- component of pid 0x10).
+    local src = pid_address(tvb(4, 2):uint(), tvb(6, 2):uint())
+    local dst = pid_address(tvb(8, 2):uint(), tvb(10, 2):uint())
+    pinfo.src = src
+    pinfo.net_src = src
+    pinfo.dst = dst
+    pinfo.net_dst = dst
 
     local base_off = PSEUDO_LEN
     local n = total - PSEUDO_LEN
@@ -330,9 +345,17 @@ function zanvrrp.dissector(tvb, pinfo, root)
     tree:add(f.elements, count):set_generated()
     add_malformed(tree, bad)
 
-    local info = (msg_types[mtype] or "Unknown") .. ((flags >= 0x80) and " ack" or "") ..
-        " tran=" .. tvb(base_off + 4, 4):uint() .. " seq=" .. tvb(base_off + 12, 4):uint() ..
-        " cnt=" .. tvb(base_off + 18, 2):uint() .. " len=" .. len
+    -- Short enough to label an arrow of the flow graph: the type, then the transaction and
+    -- sequence numbers where they are set, then what the body holds.
+    local info = (msg_types[mtype] or "Unknown") .. ((flags >= 0x80) and " ack" or "")
+    local tran = tvb(base_off + 4, 4):uint()
+    local seq = tvb(base_off + 12, 4):uint()
+    if tran ~= 0 then
+        info = info .. " tran=" .. tran
+    end
+    if seq ~= 0 then
+        info = info .. " seq=" .. seq
+    end
     if count > 0 then
         info = info .. " [" .. count .. " " .. elem_names[kind][count == 1 and 1 or 2] .. "]"
     end

@@ -3,7 +3,7 @@
 -- A capture is a pcap file of link type USER0 (147). Every packet is a 12-byte pseudo-header in
 -- network byte order (virtual time in ms, sender pid, receiver pid) followed by one message:
 -- the 20-byte header (every word big-endian) and a body whose form depends on the message type.
--- The body is read exactly as the simulator's decoder (tools/zanvrrp-sim/decode.cpp) reads it,
+-- The body is read exactly as the simulator's decoder (tools/zanvrrp-sim/wire/decode.cpp) reads it,
 -- so that `tshark -T fields` and `zanvrrp-sim pcap-fields` print the same values (a CTest test
 -- compares them). A body that does not hold what it claims is marked malformed (an expert info
 -- and zanvrrp.malformed = 1); the dissector never reads past the packet.

@@ -9,6 +9,8 @@
 #include <string_view>
 #include <vector>
 
+#include "hexfmt.h"
+
 namespace sim {
 
 // A fault in the script itself (unknown command, bad argument); reported with FILE:LINE.
@@ -68,11 +70,9 @@ struct ScriptSplitError : ScriptError {
 // Splits the content of a script file; throws ScriptSplitError for a broken block.
 std::vector<ScriptLine> SplitScript(const std::string &content);
 
-// Formatting helpers shared by messages and reports.
-std::string HexSpaced(const std::vector<uint8_t> &bytes);
-std::string HexCompact(const std::vector<uint8_t> &bytes);
-std::string Quote(const std::string &text);  // C-escaped, in double quotes
-std::string HexNum(uint32_t v);              // 0x followed by lower-case hex
+// Texts in scripts and reports: C-escaped, in double quotes. (Bytes and numbers in hex are in
+// hexfmt.h, which the wire layer shares.)
+std::string Quote(const std::string &text);
 
 }  // namespace sim
 

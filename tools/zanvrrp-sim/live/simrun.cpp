@@ -17,7 +17,7 @@
 #include "adp/zan_vrrpadp.h"
 #include "decode.h"
 #include "host/host_world.h"
-#include "lexer.h"
+#include "hexfmt.h"
 #include "pcap.h"
 #include "peer.h"
 #include "zan_vrrp_lib.h"

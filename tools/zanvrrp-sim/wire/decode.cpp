@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "lexer.h"
+#include "hexfmt.h"
 
 namespace sim {
 

@@ -35,7 +35,7 @@ const char *FailKindName(host::FailKind kind);
 std::vector<std::string> SplitText(const std::string &text, char sep);
 std::optional<host::FailKind> ParseFailKind(const std::string &name);
 
-// How a sweep run (sweep.cpp) changes a script's run: survival is checked, not conformance.
+// How a sweep run (sweep/sweep.cpp) changes a script's run: survival is checked, not conformance.
 //  - `expect` lines are skipped and `expect=` arguments ignored;
 //  - `fail` lines are skipped: the sweep arms the failures;
 //  - a step that finds nothing to act on (no adapter after a failed get, no instance, no
